@@ -1,0 +1,231 @@
+// Connection set-up with its time-out, the greeting, and the close.
+#include "stapi_rix_gwycon.h"
+
+#include "stapi_rix_diag.h"
+#include "stapi_rix_socketset.h"
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/ioctl.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace rixstats {
+
+static const int sockOptOn = 1;
+static const int sockOptOff = 0;
+static const int CONNECT_TIMEOUT_SECONDS = 60;
+
+static int getHostInfo(const char *address, int port, struct addrinfo **hostInfo)
+{
+    char portText[16];
+    snprintf(portText, sizeof portText, "%d", port);
+    struct addrinfo hints = {};
+    hints.ai_flags = AI_ALL | AI_ADDRCONFIG;
+    hints.ai_socktype = SOCK_STREAM;
+    const int rc = getaddrinfo(address, portText, &hints, hostInfo);
+    if (rc == 0) return 0;
+    EXC(3012, "stapi_rix_gwycon.getHostInfo() Unable to resolve host (%s:%s): %s(%d)\n", address, portText,
+        gai_strerror(rc), rc);
+    return CONNECT_HOST_NOT_FOUND;
+}
+
+// A socket for the address, with keep-alive, without delay, and for now non-blocking.
+static int createSocket(const struct addrinfo *address, int *socketDescriptorPtr)
+{
+    *socketDescriptorPtr = socket(address->ai_family, address->ai_socktype | SOCK_CLOEXEC, address->ai_protocol);
+    if (*socketDescriptorPtr < 0) {
+        const int savedErrno = errno;
+        EXC(3001, "stapi_rix_gwycon.connectToGateway() Unable to create a socket: %s(%d)\n", strerror(savedErrno),
+            savedErrno);
+        return CONNECT_SOCKET_FAILED;
+    }
+    const int desc = *socketDescriptorPtr;
+    if (setsockopt(desc, SOL_SOCKET, SO_KEEPALIVE, &sockOptOn, sizeof sockOptOn) != 0 ||
+        setsockopt(desc, IPPROTO_TCP, TCP_NODELAY, &sockOptOn, sizeof sockOptOn) != 0) {
+        DEBUG(3002, "stapi_rix_gwycon.connectToGateway() Set socket to KeepAlive or NoDelay failed: %d\n", desc);
+        return CONNECT_SOCKET_FAILED;
+    }
+    DEBUG(3002, "stapi_rix_gwycon.connectToGateway() Created socket: %d\n", desc);
+    const int ioctlRc = ioctl(desc, FIONBIO, &sockOptOn);
+    if (ioctlRc < 0) {
+        const int savedErrno = errno;
+        DEBUG(3019, "stapi_rix_gwycon.connectToGateway() Set Non-Blocking IOCTL failed with Rc=%d, errno=%d\n", ioctlRc,
+              savedErrno);
+        return CONNECT_SOCKET_FAILED;
+    }
+    return 0;
+}
+
+static struct timeval timeLeftSince(time_t start)
+{
+    const int elapsed = static_cast<int>(difftime(time(nullptr), start));
+    // Interrupted in its first second, or at its end, the wait gets one second more, on purpose.
+    const bool within = elapsed >= 1 && elapsed < CONNECT_TIMEOUT_SECONDS;
+    return {within ? CONNECT_TIMEOUT_SECONDS - elapsed : 1, 0};
+}
+
+// select() on both sets until it returns for any reason but a signal. The sets are not rebuilt after one.
+static int selectConnecting(int desc, SocketSet *writable, SocketSet *exceptional)
+{
+    const time_t start = time(nullptr);
+    struct timeval timeout = {CONNECT_TIMEOUT_SECONDS, 0};
+    for (;;) {
+        DEBUG(3014, "stapi_rix_gwycon.waitForConnection socket %d waiting up to %d seconds\n", desc,
+              static_cast<int>(timeout.tv_sec));
+        const int ready = select(desc + 1, nullptr, fdSetOf(writable), fdSetOf(exceptional), &timeout);
+        if (ready >= 0 || errno != EINTR) return ready;
+        timeout = timeLeftSince(start);
+    }
+}
+
+static int socketError(int desc)
+{
+    int error = 0;
+    socklen_t length = sizeof error;
+    return getsockopt(desc, SOL_SOCKET, SO_ERROR, &error, &length) == 0 ? error : errno;
+}
+
+static int judgeWait(int desc, int ready, bool writable, int *sockError)
+{
+    if (ready > 0) {
+        const int error = writable ? socketError(desc) : 0;
+        if (error == 0) return 0;
+        EXC(3015, "stapi_rix_gwycon.waitForConnection socket %d connect() failed error %d\n", desc, error);
+        *sockError = error;
+        return CONNECT_FAILED;
+    }
+    if (ready == 0) {
+        EXC(3016, "stapi_rix_gwycon.waitForConnection socket %d connect timed out\n", desc);
+        return CONNECT_TIMED_OUT;
+    }
+    *sockError = errno;
+    EXC(3017, "stapi_rix_gwycon.waitForConnection select call failed with error %d\n", *sockError);
+    return CONNECT_FAILED;
+}
+
+int waitForConnection(const int *socketDescriptorPtr, int *sockError)
+{
+    const int desc = *socketDescriptorPtr;
+    SocketSet writable, exceptional;
+    if (initSocketSet(&writable, desc) != 0) {
+        *sockError = ENOMEM;
+        return CONNECT_FAILED;
+    }
+    if (initSocketSet(&exceptional, desc) != 0) {
+        freeSocketSet(&writable);
+        *sockError = ENOMEM;
+        return CONNECT_FAILED;
+    }
+    const int ready = selectConnecting(desc, &writable, &exceptional);
+    const int rc = judgeWait(desc, ready, isInSocketSet(&writable, desc), sockError);
+    freeSocketSet(&writable);
+    freeSocketSet(&exceptional);
+    return rc;
+}
+
+static int connectFailure(int connectRc, int sockError)
+{
+    if (connectRc == CONNECT_TIMED_OUT) return CONNECT_TIMED_OUT;
+    if (sockError == ENETUNREACH) return CONNECT_UNREACHABLE;
+    if (sockError == ECONNREFUSED) return CONNECT_REFUSED;
+    return CONNECT_FAILED;
+}
+
+// Connects the non-blocking socket and makes it a blocking one.
+static int connectSocket(const struct addrinfo *address, const char *hostname, int port, const int *socketDescriptorPtr)
+{
+    const int desc = *socketDescriptorPtr;
+    int connectRc = connect(desc, address->ai_addr, address->ai_addrlen);
+    int sockError = errno;
+    if (connectRc == -1 && sockError == EINPROGRESS) {
+        DEBUG(3018, "stapi_rix_gwycon.connectToGateway() Connect in progress on socket %d\n", desc);
+        connectRc = waitForConnection(socketDescriptorPtr, &sockError);
+    }
+    int gwyConRc = 0;
+    if (connectRc == 0) {
+        DEBUG(3003, "stapi_rix_gwycon.connectToGateway() Connected to Gateway %s:%u\n", hostname,
+              static_cast<unsigned>(port));
+        const int ioctlRc = ioctl(desc, FIONBIO, &sockOptOff);
+        if (ioctlRc < 0) {
+            sockError = errno;
+            DEBUG(3020, "stapi_rix_gwycon.connectToGateway() Set Blocking IOCTL failed with Rc=%d, errno=%d\n", ioctlRc,
+                  sockError);
+            gwyConRc = CONNECT_SOCKET_FAILED;
+        }
+    }
+    if (connectRc == 0 && gwyConRc == 0) return 0;
+    // A failed switch back to blocking is reported by its errno too, never as CONNECT_SOCKET_FAILED.
+    EXC(3006, "stapi_rix_gwycon.connectToGateway() Unable to connect to Gateway: %s(%d)\n", strerror(sockError),
+        sockError);
+    return connectFailure(connectRc, sockError);
+}
+
+static int greet(int socketDescriptor)
+{
+    ReasonCodes reasons = {};
+    const int rc = flowHandshakeRequest(socketDescriptor, &reasons);
+    if (rc != 0) {
+        EXC(3005, "stapi_rix_gwycon.connectToGateway() Handshake flows failed rc=%d errno=%s gwyRc=%d authRc=%d\n", rc,
+            strerror(reasons.socketErrno), reasons.gatewayRc, reasons.authRc);
+        return CONNECT_FAILED;
+    }
+    DEBUG(3004, "stapi_rix_gwycon.connectToGateway() Flowed Handshake to the Gateway\n");
+    return authorizeConnection(socketDescriptor, &reasons);
+}
+
+int connectToGateway(int port, const char *hostname, int *socketDescriptorPtr)
+{
+    ENTRY(3000, "stapi_rix_gwycon.connectToGateway(port=%d, hostname=%s, socketDescriptorPtr=%p)\n", port,
+          textOrNull(hostname), ptr(socketDescriptorPtr));
+    struct addrinfo *hostInfo = nullptr;
+    int rc = getHostInfo(hostname, port, &hostInfo);
+    if (rc == 0) {
+        rc = createSocket(hostInfo, socketDescriptorPtr);
+        if (rc == 0) rc = connectSocket(hostInfo, hostname, port, socketDescriptorPtr);
+        if (rc == 0) rc = greet(*socketDescriptorPtr);
+        freeaddrinfo(hostInfo);
+    }
+    EXIT(3007, "stapi_rix_gwycon.connectToGateway(port=%d, hostname=%s, socketDescriptorPtr=%p) gwyConRc=%d\n", port,
+         textOrNull(hostname), ptr(socketDescriptorPtr), rc);
+    return rc;
+}
+
+int authorizeConnection(int socketDescriptor, ReasonCodes *reasons)
+{
+    ENTRY(3010, "stapi_rix_gwycon.authorizeConnection(socketDescriptor=%d, reasons=%p)\n", socketDescriptor, ptr(reasons));
+    AuthRequest request = {};
+    request.header = newRequestHeader(FLOW_TYPE_REQUEST, "Auth", 4);
+    int rc = flowAuthRequest(socketDescriptor, &request, reasons);
+    if (rc == 0) {
+        // The rest of the record is what the gateway answered: the second request echoes it.
+        request.callType = 1;
+        request.header.flowType = FLOW_TYPE_REQUEST;
+        request.header.requestType = "Auth";
+        request.header.gatewayRc = 0;
+        request.protocolDataLength = 0;
+        request.header.datalength = 20;
+        rc = flowAuthRequest(socketDescriptor, &request, reasons);
+    }
+    EXIT(3011, "stapi_rix_gwycon.authorizeConnection(socketDescriptor=%d, reasons=%p) rc=%d\n", socketDescriptor,
+         ptr(reasons), rc);
+    return rc;
+}
+
+int closeConnection(const int *socketDescriptorPtr)
+{
+    ENTRY(3008, "stapi_rix_gwycon.closeConnection(socketDescriptorPtr=%p)\n", ptr(socketDescriptorPtr));
+    ReasonCodes reasons = {};
+    flowCloseRequest(*socketDescriptorPtr, &reasons); // a gateway that has gone cannot be taken leave of
+    const int closeConnectionRc = close(*socketDescriptorPtr);
+    EXIT(3009, "stapi_rix_gwycon.closeConnection(socketDescriptorPtr=%p) closeConnectionRc=%d\n",
+         ptr(socketDescriptorPtr), closeConnectionRc);
+    return closeConnectionRc;
+}
+
+} // namespace rixstats

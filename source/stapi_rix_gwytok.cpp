@@ -1,0 +1,275 @@
+// Gateway tokens: opening, verifying and deleting connections.
+#include "stapi_rix_gwytok.h"
+
+#include "stapi_rix_diag.h"
+#include "stapi_rix_gwycon.h"
+#include "stapi_rix_resultsetbuffer.h"
+#include "stapi_rix_statcomms.h"
+#include "stapi_rix_statquery.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace rixstats {
+
+static int mapConnectFailure(int connectRc)
+{
+    switch (connectRc) {
+    case CONNECT_HOST_NOT_FOUND: return STAPI_HOST_NOT_FOUND;
+    case CONNECT_TIMED_OUT: return STAPI_CONNECT_TIMED_OUT;
+    case CONNECT_REFUSED: return STAPI_CONNECTION_REFUSED;
+    case CONNECT_UNREACHABLE: return STAPI_NETWORK_UNREACHABLE;
+    default: return STAPI_CONNECT_FAILED;
+    }
+}
+
+static int openStatsSocket(Internal_GatewayToken_t *gwTokPtr, const char *hostname, int port)
+{
+    ENTRY(2002, "stapi_rix_gwytok.openStatsSocket(gwTokPtr=%p) Attempting to connect to %s:%d\n", ptr(gwTokPtr),
+          textOrNull(hostname), port);
+    int rc = STAPI_OK;
+    const int connectRc = connectToGateway(port, hostname, &gwTokPtr->socketDescriptor);
+    if (connectRc == 0) {
+        gwTokPtr->connStatus = 1;
+        EVENT(2003, "stapi_rix_gwytok.openStatsSocket() Connected to Gateway %s:%u - socketDescriptor(%d)\n",
+              textOrNull(hostname), static_cast<unsigned>(port), gwTokPtr->socketDescriptor);
+    } else {
+        gwTokPtr->connStatus = 2;
+        rc = mapConnectFailure(connectRc);
+        EXC(2004, "stapi_rix_gwytok.openStatsSocket() Failed to connect to Gateway %s:%u, connect rc = %d\n",
+            textOrNull(hostname), static_cast<unsigned>(port), connectRc);
+    }
+    EXIT(2005, "stapi_rix_gwytok.openStatsSocket(gwTokPtr=%p, hostname=%s, port=%d) rc=%d\n", ptr(gwTokPtr),
+         textOrNull(hostname), port, rc);
+    return rc;
+}
+
+// Releases a token that has not reached the list.
+static void discardToken(Internal_GatewayToken_t *token)
+{
+    if (token->connRSPtr != nullptr) deleteResultSet(&token->connRSPtr);
+    free(token->resultSetBuf);
+    free(token->protocolVersion);
+    free(token);
+}
+
+// Gives the token its result set, buffer and texts.
+static int fillToken(Internal_GatewayToken_t *token, int port)
+{
+    memcpy(token->eyecatcher, "RIXGWTOK", sizeof token->eyecatcher);
+    token->portNumber = static_cast<unsigned>(port);
+    token->socketDescriptor = -1;
+    const int rc = createResultSet(&token->connRSPtr, "RIXRSROB", OWNER_LIBRARY);
+    if (rc != STAPI_OK) {
+        EXC(2036, "stapi_rix_gwytok.createGatewayToken Creation of resultset failed rc=%d\n", rc);
+        return rc;
+    }
+    getPidTid(&token->owningPid, &token->owningTid);
+    // Its absence is found when the version is read.
+    token->protocolVersion = static_cast<char *>(calloc(1, PROTOCOL_VERSION_SIZE));
+    token->resultSetBuf = newResultSetArea(RESULT_SET_SIZE);
+    DEBUG(2040, "stapi_rix_gwytok.createGatewayToken Called malloc for %d bytes. rc=%p\n", RESULT_SET_SIZE,
+          ptr(token->resultSetBuf));
+    if (token->resultSetBuf == nullptr) {
+        EXC(2041, "stapi_rix_gwytok.createGatewayToken Failed to allocate %d bytes.\n", RESULT_SET_SIZE);
+        return STAPI_NO_MEMORY;
+    }
+    token->resultSetBufLen = RESULT_SET_SIZE;
+    addTerminator(token->resultSetBuf);
+    token->connRSPtr->rsBuffPtr = token->resultSetBuf;
+    token->connRSPtr->rsBuffLen = token->resultSetBufLen;
+    return STAPI_OK;
+}
+
+static int allocateChained(Internal_GatewayToken_t **newToken, int port)
+{
+    const int size = static_cast<int>(sizeof(Internal_GatewayToken_t));
+    Internal_GatewayToken_t *token = static_cast<Internal_GatewayToken_t *>(calloc(1, sizeof *token));
+    DEBUG(2038, "stapi_rix_gwytok.createGatewayToken Called malloc for %d bytes. rc=%p\n", size, ptr(token));
+    if (token == nullptr) {
+        EXC(2039, "stapi_rix_gwytok.createGatewayToken Failed to allocate %d bytes\n", size);
+        return STAPI_NO_MEMORY;
+    }
+    int rc = fillToken(token, port);
+    if (rc == STAPI_OK) rc = chainGatewayToken(token);
+    if (rc != STAPI_OK)
+        discardToken(token);
+    else
+        *newToken = token;
+    return rc;
+}
+
+static int readVersion(Internal_GatewayToken_t *token)
+{
+    ReasonCodes reasons = {};
+    const int statsCallRc = statProtocolVer(token, &reasons);
+    if (statsCallRc == 0) return STAPI_OK;
+    EVENT(2042, "stapi_rix_gwytok.createGatewayToken Removing GatewayToken %p due to comms failure %d\n", ptr(token),
+          statsCallRc);
+    return mapExchangeFailure(statsCallRc, reasons);
+}
+
+// The token is on the list before it is connected, so that a failure ends in an ordinary deletion.
+static int openConnection(RIX_GatewayToken_t *gwTokPtr, const char *hostname, int port)
+{
+    Internal_GatewayToken_t *token = nullptr;
+    int rc = allocateChained(&token, port);
+    if (rc != STAPI_OK) return rc;
+    rc = openStatsSocket(token, hostname, port);
+    if (rc == STAPI_OK) rc = readVersion(token);
+    if (rc != STAPI_OK) {
+        deleteGatewayToken(&token, 1);
+        return rc;
+    }
+    char formattedToken[FORMATTED_TOKEN_SIZE] = "";
+    if (traceOn(Line::event)) formatGatewayToken(token, formattedToken);
+    EVENT(2033, "stapi_rix_gwytok.createGatewayToken(&gwTokPtr=%p) %s\n", ptr(gwTokPtr), formattedToken);
+    *gwTokPtr = token;
+    return STAPI_OK;
+}
+
+int createGatewayToken(RIX_GatewayToken_t *gwTokPtr, const char *hostname, int port)
+{
+    ENTRY(2000, "stapi_rix_gwytok.createGatewayToken(&gwTokPtr=%p,port=%d)\n", ptr(gwTokPtr), port);
+    const int rc = openConnection(gwTokPtr, hostname, port);
+    EXIT(2001, "stapi_rix_gwytok.createGatewayToken(&gwTokPtr=%p,port=%d) rc=%d\n", ptr(gwTokPtr), port, rc);
+    return rc;
+}
+
+static int verifyOwner(pid_t owningPid, pthread_t owningTid)
+{
+    pid_t currentPid;
+    pthread_t currentTid;
+    getPidTid(&currentPid, &currentTid);
+    if (owningPid != currentPid) {
+        EXC(2032, "stapi_rix_gwytok.verifyGatewayToken PID mismatch: currentPid=%d, owningPid=%d\n", currentPid, owningPid);
+        return STAPI_WRONG_PROCESS;
+    }
+    if (compareTids(currentTid, owningTid) == 0) {
+        EXC(2033, "stapi_rix_gwytok.verifyGatewayToken TID mismatch: currentTid=%d, owningTid=%d\n", narrowTid(currentTid),
+            narrowTid(owningTid));
+        return STAPI_WRONG_THREAD;
+    }
+    return STAPI_OK;
+}
+
+int verifyGatewayToken(const Internal_GatewayToken_t *gwTokPtr)
+{
+    ENTRY(2006, "stapi_rix_gwytok.verifyGatewayToken(&gwTokPtr=%p)\n", ptr(gwTokPtr));
+    int rc;
+    pid_t owningPid = 0;
+    pthread_t owningTid = {};
+    requestLock(&gtlLock);
+    const int findRc = findGatewayToken(gwTokPtr, nullptr);
+    if (findRc == GTL_FOUND) { // read here: without the lock another thread may release the token
+        owningPid = gwTokPtr->owningPid;
+        owningTid = gwTokPtr->owningTid;
+    }
+    releaseLock(&gtlLock);
+    if (findRc == GTL_FOUND) {
+        rc = verifyOwner(owningPid, owningTid);
+    } else {
+        rc = STAPI_GATEWAY_TOKEN_NOT_FOUND;
+        EXC(2007, "stapi_rix_gwytok.verifyGatewayToken(&gwTokPtr=%p) Gateway token not found - findRc=%d\n", ptr(gwTokPtr),
+            findRc);
+    }
+    EXIT(2008, "stapi_rix_gwytok.verifyGatewayToken(&gwTokPtr=%p) rc=%d\n", ptr(gwTokPtr), rc);
+    return rc;
+}
+
+static void unchain(const Internal_GatewayToken_t *token, Internal_GatewayToken_t *parentToken)
+{
+    if (parentToken == nullptr) {
+        gtListHeadPtr = token->nextGwyTokPtr;
+        return;
+    }
+    parentToken->nextGwyTokPtr = token->nextGwyTokPtr;
+    if (parentToken->nextGwyTokPtr == nullptr) gtListTailPtr = parentToken;
+}
+
+// gtlLock is held. parentToken: the token before it on the list, null for the head.
+static void releaseToken(RIX_GatewayToken_t *gwTokPtr, Internal_GatewayToken_t *parentToken)
+{
+    Internal_GatewayToken_t *token = *gwTokPtr;
+    if (token->socketDescriptor >= 0) token->connStatus = closeConnection(&token->socketDescriptor) != 0 ? 3 : 4;
+    const int deleteRc = deleteResultSet(&token->connRSPtr);
+    if (deleteRc != STAPI_OK)
+        EXC(2037, "stapi_rix_gwytok.deleteGatewayToken Unable to delete ResultSet. rc=%d\n", deleteRc);
+    if (token->resultSetBuf != nullptr) {
+        DEBUG(2043, "stapi_rix_gwytok.deleteGatewayToken About to free resultSetBuffer (%p)\n", ptr(token->resultSetBuf));
+        free(token->resultSetBuf);
+    }
+    if (token->protocolVersion != nullptr) {
+        DEBUG(2044, "stapi_rix_gwytok.deleteGatewayToken About to free protocolVersion String (%p)\n",
+              ptr(token->protocolVersion));
+        free(token->protocolVersion);
+    }
+    unchain(token, parentToken);
+    const uintptr_t record = addressNumber(token);
+    DEBUG(2010, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p) Free gateway token(%p) \n", ptr(gwTokPtr), ptr(record));
+    free(token);
+    *gwTokPtr = nullptr;
+    DEBUG(2011, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p) Freed gateway token(%p) \n", ptr(gwTokPtr), ptr(record));
+}
+
+int deleteGatewayToken(RIX_GatewayToken_t *gwTokPtr, int lockRequired)
+{
+    ENTRY(2009, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p,lockRequired=%d)\n", ptr(gwTokPtr), lockRequired);
+    int rc = STAPI_OK;
+    if (gwTokPtr == nullptr)
+        rc = STAPI_NULL_GATEWAY_TOKEN_PTR;
+    else if (*gwTokPtr == nullptr)
+        rc = STAPI_NULL_GATEWAY_TOKEN;
+
+    Internal_GatewayToken_t *parentToken = nullptr;
+    const bool locked = rc == STAPI_OK && lockRequired == 1;
+    if (locked) {
+        requestLock(&gtlLock);
+        if (findGatewayToken(*gwTokPtr, &parentToken) != GTL_FOUND) rc = STAPI_GATEWAY_TOKEN_NOT_FOUND;
+    }
+    if (rc == STAPI_OK) releaseToken(gwTokPtr, parentToken);
+    if (locked) releaseLock(&gtlLock);
+    EXIT(2012, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p,lockRequired=%d) rc=%d\n", ptr(gwTokPtr), lockRequired, rc);
+    return rc;
+}
+
+// gtlLock is held. Deletes from the head, at most GTL_WALK_LIMIT tokens.
+static int deleteFromHead()
+{
+    int count = 0;
+    Internal_GatewayToken_t *indexToken = gtListHeadPtr;
+    while (indexToken != nullptr && count < GTL_WALK_LIMIT) {
+        count++;
+        char formattedToken[FORMATTED_TOKEN_SIZE] = "";
+        if (traceOn(Line::event)) formatGatewayToken(indexToken, formattedToken);
+        EVENT(2034, "stapi_rix_gwytok.deleteGatewayTokens(indexToken=%p) GTL entry %4.4d: %s\n", ptr(indexToken), count,
+              formattedToken);
+        Internal_GatewayToken_t *next = indexToken->nextGwyTokPtr;
+        deleteGatewayToken(&indexToken, 0);
+        indexToken = next;
+    }
+    return count;
+}
+
+int deleteGatewayTokens()
+{
+    ENTRY(2013, "stapi_rix_gwytok.deleteGatewayTokens()\n");
+    int rc = 0;
+    int count = 0;
+    requestLock(&gtlLock);
+    if (gtListHeadPtr == nullptr) {
+        EVENT(2035, "stapi_rix_gwytok.deleteGatewayTokens() GTL is EMPTY\n");
+        rc = GTL_EMPTY;
+    } else {
+        count = deleteFromHead();
+        if (count == GTL_WALK_LIMIT) { // also when that many were all there were
+            EXC(2014, "stapi_rix_gwytok.deleteGatewayTokens() GTL iteration has hit RUNAWAY limit %d.....\n", count);
+            rc = GTL_RUNAWAY;
+        }
+    }
+    releaseLock(&gtlLock);
+    EXIT(2015, "stapi_rix_gwytok.deleteGatewayTokens() Entries deleted=%d rc=%d\n", count, rc);
+    return rc;
+}
+
+} // namespace rixstats

@@ -1,0 +1,22 @@
+// The viewer's standard output and standard error.
+#ifndef RIXSTAT_OUTPUT_H
+#define RIXSTAT_OUTPUT_H
+
+#include <string>
+
+namespace rixstat {
+
+// Makes writing safe for the life of the process; to be called before anything is opened. A closed pipe becomes a
+// write error instead of a signal, and a closed standard descriptor stays out of reach of the sockets and files that
+// are opened later, so that a table can never be written into the connection.
+void prepareOutput();
+
+// Writes the text to standard output, at once. Throws std::system_error if any of it could not be written.
+void print(const std::string &text);
+
+// Writes "rixstat: ", the text and a line end to standard error.
+void complain(const std::string &text);
+
+} // namespace rixstat
+
+#endif // RIXSTAT_OUTPUT_H
