@@ -12,17 +12,22 @@ namespace {
 typedef struct _Worker
 {
     const char *name;
-    const char *record; // the name of its record argument
-    const char *length; // the name of the item's length
-    const char *item;   // what it retrieves
-    int headerPoint, cachePoint, failedPoint, itemPoint, endPoint, successPoint; // 0: it writes no such line
+    const char *firstCall; // the public call that starts such a walk
+    const char *record;    // the name of the worker's record argument
+    const char *length;    // the name of the item's length
+    const char *item;      // what the worker retrieves
+    int freshPoint, headerPoint, cachePoint, failedPoint, itemPoint, endPoint, successPoint; // 0: it has no such line
 } Worker;
 
 // clang-format off
-const Worker FIRST_ID = {"getFirstIdInternal", "idDataPtr", "idLen", "first Id", 1045, 0, 1046, 1047, 1048, 1137};
-const Worker NEXT_ID = {"getNextIdInternal", "idDataPtr", "idLen", "the next Id", 1053, 0, 1054, 1055, 1056, 1138};
-const Worker FIRST_STAT = {"getFirstStatInternal", "statDataPtr", "statIdLen", "first stat", 1060, 1061, 0, 0, 1062, 1139};
-const Worker NEXT_STAT = {"getNextStatInternal", "statDataPtr", "statIdLen", "the next stat", 1067, 0, 1068, 1069, 1070, 1140};
+const Worker FIRST_ID = {"getFirstIdInternal", "getFirstId", "idDataPtr", "idLen", "first Id",
+                         0, 1045, 0, 1046, 1047, 1048, 1137};
+const Worker NEXT_ID = {"getNextIdInternal", "getFirstId", "idDataPtr", "idLen", "the next Id",
+                        1052, 1053, 0, 1054, 1055, 1056, 1138};
+const Worker FIRST_STAT = {"getFirstStatInternal", "getFirstStat", "statDataPtr", "statIdLen", "first stat",
+                           0, 1060, 1061, 0, 0, 1062, 1139};
+const Worker NEXT_STAT = {"getNextStatInternal", "getFirstStat", "statDataPtr", "statIdLen", "the next stat",
+                          1066, 1067, 0, 1068, 1069, 1070, 1140};
 // clang-format on
 
 // Where the parts of an item go in the caller's record. Identifiers have no value.
@@ -164,13 +169,13 @@ int firstItem(const Worker &worker, Internal_ResultSetToken_t *rs, const RecordF
     return deliver(worker, rs, fields, cursor);
 }
 
-int nextItem(const Worker &worker, Internal_ResultSetToken_t *rs, const RecordFields &fields, int freshPoint)
+int nextItem(const Worker &worker, Internal_ResultSetToken_t *rs, const RecordFields &fields)
 {
     memcpy(fields.eyecatcher, rs->rsBuffPtr, EYECATCHER_SIZE);
     if (rs->queryIndex == 0) {
         rs->cursor = rs->rsBuffPtr + EYECATCHER_SIZE;
-        DEBUG(freshPoint, "stapi_rix_impl.%s No %s called on Resultset=%p. Datacursor=%p\n", worker.name,
-              fields.valueLen == nullptr ? "getFirstId()" : "getFirstStat()", ptr(rs), ptr(rs->cursor));
+        DEBUG(worker.freshPoint, "stapi_rix_impl.%s No %s() called on Resultset=%p. Datacursor=%p\n", worker.name,
+              worker.firstCall, ptr(rs), ptr(rs->cursor));
         // A set that holds nothing but its eyecatcher ends at the count's place; the walk stays there.
         if (wordAt(rs->cursor) != RESULT_SET_TERMINATOR) rs->queryCount = takeWord(&rs->cursor);
         rs->queryIndex = 1;
@@ -196,7 +201,7 @@ int getFirstIdInternal(Internal_ResultSetToken_t *rs, RIX_IdData_t *idData)
 int getNextIdInternal(Internal_ResultSetToken_t *rs, RIX_IdData_t *idData)
 {
     ENTRY(1050, "stapi_rix_impl.getNextIdInternal(rsPtr=%p,idDataPtr=%p)\n", ptr(rs), ptr(idData));
-    const int rixStatRc = nextItem(NEXT_ID, rs, fieldsOf(idData), 1052);
+    const int rixStatRc = nextItem(NEXT_ID, rs, fieldsOf(idData));
     EXIT(1057, "stapi_rix_impl.getNextIdInternal() rc=%d\n", rixStatRc);
     return rixStatRc;
 }
@@ -212,7 +217,7 @@ int getFirstStatInternal(Internal_ResultSetToken_t *rs, RIX_StatData_t *statData
 int getNextStatInternal(Internal_ResultSetToken_t *rs, RIX_StatData_t *statData)
 {
     ENTRY(1064, "stapi_rix_impl.getNextStatInternal(rsPtr=%p,statDataPtr=%p)\n", ptr(rs), ptr(statData));
-    const int rixStatRc = nextItem(NEXT_STAT, rs, fieldsOf(statData), 1066);
+    const int rixStatRc = nextItem(NEXT_STAT, rs, fieldsOf(statData));
     EXIT(1071, "stapi_rix_impl.getNextStatInternal() rc=%d\n", rixStatRc);
     return rixStatRc;
 }

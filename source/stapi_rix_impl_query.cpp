@@ -12,33 +12,34 @@ typedef struct _QueryCall
     const char *subject;                                  // what is being got, for the EVENT line
     int (*commsAll)(int, char **, int *);                 // of a call without a query text
     int (*commsByIds)(int, char **, int *, const char *); // of a call with one
-    int eventPoint, resultPoint, noBufferPoint, removePoint;
+    int allPoint, byIdsPoint;                             // of the EVENT line of such a call; 0 in one of the other kind
+    int resultPoint, noBufferPoint, removePoint;
     int bufferPoint; // of a line with the buffer's address; 0: the call has none
 } QueryCall;
 
 // getStatIds and getStats share the point of their EVENT lines. clang-format would spread the table over the screen.
 // clang-format off
 static const QueryCall RESOURCE_GROUP_IDS = {"getResourceGroupIds", "Getting Resource Group Ids",
-                                             commsResourceGroupsIds, nullptr, 1128, 1010, 1012, 1013, 1011};
+                                             commsResourceGroupsIds, nullptr, 1128, 0, 1010, 1012, 1013, 1011};
 static const QueryCall STAT_IDS_BY_GROUP = {"getStatIdsByStatGroupId", "Getting Stat Ids for Stat Group Ids",
-                                            nullptr, commsStatIdsByStatGroupId, 1129, 1016, 1017, 1018, 0};
+                                            nullptr, commsStatIdsByStatGroupId, 0, 1129, 1016, 1017, 1018, 0};
 static const QueryCall STAT_IDS = {"getStatIds", "Getting Stat Ids from the Gateway",
-                                   commsStatIds, nullptr, 1130, 1021, 1022, 1023, 0};
+                                   commsStatIds, nullptr, 1130, 0, 1021, 1022, 1023, 0};
 static const QueryCall STATS = {"getStats", "Getting all Stats from the Gateway Daemon",
-                                commsStats, nullptr, 1130, 1026, 1027, 1028, 0};
+                                commsStats, nullptr, 1130, 0, 1026, 1027, 1028, 0};
 static const QueryCall STATS_BY_ID = {"getStatsByStatId", "Getting Stats for Stat Ids",
-                                      nullptr, commsStatsByStatId, 1131, 1031, 1032, 1033, 0};
+                                      nullptr, commsStatsByStatId, 0, 1131, 1031, 1032, 1033, 0};
 static const QueryCall STATS_BY_GROUP = {"getStatsByStatGroupId", "Getting Stats for Stat Group Ids",
-                                         nullptr, commsStatsByStatGroupId, 1132, 1036, 1037, 1038, 0};
+                                         nullptr, commsStatsByStatGroupId, 0, 1132, 1036, 1037, 1038, 0};
 // clang-format on
 
 static int exchange(const QueryCall &call, Internal_GatewayToken_t *gwTok, Internal_ResultSetToken_t *rs)
 {
     if (call.commsAll != nullptr) {
-        EVENT(call.eventPoint, "API.%s %s\n", call.name, call.subject);
+        EVENT(call.allPoint, "API.%s %s\n", call.name, call.subject);
         return call.commsAll(gwTok->socketDescriptor, &gwTok->resultSetBuf, &gwTok->resultSetBufLen);
     }
-    EVENT(call.eventPoint, "API.%s %s %s\n", call.name, call.subject, rs->queryString);
+    EVENT(call.byIdsPoint, "API.%s %s %s\n", call.name, call.subject, rs->queryString);
     return call.commsByIds(gwTok->socketDescriptor, &gwTok->resultSetBuf, &gwTok->resultSetBufLen, rs->queryString);
 }
 

@@ -66,14 +66,14 @@ inline uint8_t readU8(Reader &reader)
 inline uint16_t readU16(Reader &reader)
 {
     const uint8_t *b = take(reader, 2);
-    return b != nullptr ? static_cast<uint16_t>(b[0] << 8 | b[1]) : 0;
+    return b != nullptr ? static_cast<uint16_t>(unsigned{b[0]} << 8 | b[1]) : 0;
 }
 
 inline uint32_t readU32(Reader &reader)
 {
     const uint8_t *b = take(reader, 4);
     if (b == nullptr) return 0;
-    return static_cast<uint32_t>(b[0]) << 24 | static_cast<uint32_t>(b[1]) << 16 | static_cast<uint32_t>(b[2]) << 8 | b[3];
+    return uint32_t{b[0]} << 24 | uint32_t{b[1]} << 16 | uint32_t{b[2]} << 8 | uint32_t{b[3]};
 }
 
 inline int32_t readI32(Reader &reader) { return static_cast<int32_t>(readU32(reader)); }
@@ -129,6 +129,7 @@ inline void writeBytes(Writer &writer, const void *bytes, size_t count)
         writer.bad = true;
         return;
     }
+    if (count == 0) return;
     memcpy(writer.pos, bytes, count);
     writer.pos += count;
 }
