@@ -8,7 +8,7 @@
  *         int rc = openGatewayConnection(2980, &gateway, &version);
  *         if (rc == STAPI_OK) rc = getStats(gateway, &stats);
  *         for (rc = rc ? rc : getFirstStat(stats, &s); rc == STAPI_OK; rc = getNextStat(stats, &s))
- *             if (s.queryElementRC >= 0) printf("%.*s = %.*s\n", s.statIdLen, s.statIdPtr, s.statValueLen, s.statValuePtr);
+ *             if (s.queryElementRC >= 0) printf("%.*s=%.*s\n", s.statIdLen, s.statIdPtr, s.statValueLen, s.statValuePtr);
  *         return closeGatewayConnection(&gateway);
  *     }
  *
@@ -30,12 +30,15 @@
  *  4. Texts. Item texts carry a length and are not zero-terminated. Host names and query texts that the caller passes
  *     are zero-terminated and copied; they may be released as soon as the call returns.
  *  5. Threads. Any thread may open connections; only the thread that opened a connection may query it and read its
- *     result set; any thread may close it, but not while a query runs on it. Copies of result sets may be read by any
- *     thread, one at a time. All other calls may be made by any thread at any time.
+ *     result set. Any thread may close it at any time, also while a query waits for the gateway: the query then ends
+ *     with a failure. Copies of result sets may be read by any thread, one at a time. All other calls may be made by
+ *     any thread at any time.
  *  6. Forks. A child process must not use or close the connections of its parent; it opens its own.
- *  7. Manners. The library starts no thread, throws nothing, changes no signal handling, prints nothing unless tracing
- *     is on (see setAPITraceLevel()), and marks its descriptors close-on-exec. A call that talks to a gateway waits for
- *     its answer without a time limit; only the TCP connect has one, of 60 seconds.
+ *  7. Manners. The library starts no thread, throws nothing, changes no signal handling, and marks its descriptors
+ *     close-on-exec. It prints nothing unless tracing is on or a dump is asked for (but for a line on standard error if
+ *     it cannot be set up at all).
+ *  8. Waiting. A call that talks to a gateway waits for its answer without a time limit; only the TCP connect has one,
+ *     of 60 seconds. Closing the connection from another thread ends the wait.
  */
 #ifndef RIXSTATS_H
 #define RIXSTATS_H
@@ -62,7 +65,7 @@ typedef struct _RIX_IdData_t
     char eyecatcher[8];    /* "RIXIDSET", not zero-terminated */
     char *queryElementPtr; /* the element of the query that this item answers */
     int queryElementLen;   /* its length in bytes */
-    int queryElementRC;    /* the gateway's result for the element; negative: it failed and the fields below are unset */
+    int queryElementRC;    /* the gateway's result for it; negative: it failed, the fields below are as they were */
     int idLen;             /* length of the identifier in bytes; 0 also when the element has no identifiers */
     char *idPtr;           /* the identifier */
 } RIX_IdData_t;
@@ -73,7 +76,7 @@ typedef struct _RIX_StatData_t
     char eyecatcher[8];    /* "RIXSTSET", not zero-terminated */
     char *queryElementPtr; /* the element of the query that this item answers */
     int queryElementLen;   /* its length in bytes */
-    int queryElementRC;    /* the gateway's result for the element; negative: it failed and the fields below are unset */
+    int queryElementRC;    /* the gateway's result for it; negative: it failed, the fields below are as they were */
     int statIdLen;         /* length of the identifier in bytes; 0 also when the element has no statistics */
     char *statIdPtr;       /* the statistic's identifier */
     int statValueLen;      /* length of the value in bytes */
@@ -83,23 +86,23 @@ typedef struct _RIX_StatData_t
 /* Return codes. Their values never change. */
 enum RIX_ReturnCode
 {
-    STAPI_OK = 0,                         /* success */
-    STAPI_NULL_GATEWAY_TOKEN = -100,      /* the gateway handle is null */
-    STAPI_GATEWAY_TOKEN_NOT_FOUND = -101, /* no such open connection: never opened, closed, or ended by a failure */
-    STAPI_COMMS_FAILURE = -102,           /* the connection to the gateway was lost and is closed now */
-    STAPI_NULL_ARGUMENT = -103,           /* internal: a required argument of a routine of the library was null */
-    STAPI_BAD_TRACE_LEVEL = -104,         /* trace level outside 0..5 */
+    STAPI_OK = 0,                           /* success */
+    STAPI_NULL_GATEWAY_TOKEN = -100,        /* the gateway handle is null */
+    STAPI_GATEWAY_TOKEN_NOT_FOUND = -101,   /* no such open connection: never opened, closed, or ended by a failure */
+    STAPI_COMMS_FAILURE = -102,             /* the connection to the gateway was lost and is closed now */
+    STAPI_NULL_ARGUMENT = -103,             /* internal: a required argument of a routine of the library was null */
+    STAPI_BAD_TRACE_LEVEL = -104,           /* trace level outside 0..5 */
     STAPI_NULL_PROTOCOL_VERSION_PTR = -105, /* protocolVersionPtr is null */
-    STAPI_NOT_USER_RESULT_SET = -106,     /* only copies of result sets can be freed */
-    STAPI_BAD_PORT = -107,                /* port outside 1..65535 */
-    STAPI_NULL_GATEWAY_TOKEN_PTR = -108,  /* the pointer to the gateway handle is null */
-    STAPI_NULL_OUTPUT_PTR = -109,         /* a required output pointer is null */
-    STAPI_NO_RESULT_SET_BUFFER = -110,    /* the connection or result set has no data; the connection may have gone */
-    STAPI_NO_MEMORY = -111,               /* memory could not be allocated */
+    STAPI_NOT_USER_RESULT_SET = -106,       /* only copies of result sets can be freed */
+    STAPI_BAD_PORT = -107,                  /* port outside 1..65535 */
+    STAPI_NULL_GATEWAY_TOKEN_PTR = -108,    /* the pointer to the gateway handle is null */
+    STAPI_NULL_OUTPUT_PTR = -109,           /* a required output pointer is null */
+    STAPI_NO_RESULT_SET_BUFFER = -110,      /* the connection or result set has no data; the connection may have gone */
+    STAPI_NO_MEMORY = -111,                 /* memory could not be allocated */
     /* -112 is not used */
     STAPI_END_OF_RESULTS = -113, /* no (further) item: the normal end of a walk */
     /* -114 is not used */
-    STAPI_GTL_CORRUPT = -115,          /* the list of connections is damaged, or more than 256 were to be closed */
+    STAPI_GTL_CORRUPT = -115,          /* the list of connections is damaged, or 256 were closed and more may be left */
     STAPI_BAD_RESULT_SET_OWNER = -116, /* internal: unknown kind of result-set owner */
     /* -117 is not used */
     STAPI_CONNECT_FAILED = -118,       /* connecting failed, or the gateway refused the greeting or authorisation */
@@ -137,35 +140,41 @@ RIXSTATS_API int getStatsAPIVersion(char **apiVersPtr);
 /*
  * Opens a connection to the gateway on this host (127.0.0.1), greets it and reads the version of its statistics
  * protocol. On success *gwTokPtr is the connection's handle and *protocolVersionPtr its protocol version text, which
- * belongs to the connection and lives as long as it does. On failure no connection exists and *gwTokPtr is unchanged
- * or null.
+ * belongs to the connection and lives as long as it does. On failure no connection exists, *gwTokPtr is unchanged or
+ * null, and *protocolVersionPtr is unchanged or null.
  *   port  the gateway's statistics port, 1..65535
  * Waits up to 60 seconds for the TCP connect, then without limit for the gateway's answers.
  * Codes: STAPI_BAD_PORT, STAPI_NULL_GATEWAY_TOKEN_PTR, STAPI_NULL_PROTOCOL_VERSION_PTR, STAPI_NO_MEMORY,
- * STAPI_CONNECT_TIMED_OUT, STAPI_CONNECTION_REFUSED, STAPI_NETWORK_UNREACHABLE, STAPI_CONNECT_FAILED,
- * STAPI_COMMS_FAILURE or STAPI_GATEWAY_EXCHANGE_FAILED (the protocol version could not be read), STAPI_GTL_CORRUPT.
+ * STAPI_HOST_NOT_FOUND (the system could not work with the address), STAPI_CONNECT_TIMED_OUT, STAPI_CONNECTION_REFUSED,
+ * STAPI_NETWORK_UNREACHABLE, STAPI_CONNECT_FAILED (also for want of memory or descriptors), STAPI_COMMS_FAILURE or
+ * STAPI_GATEWAY_EXCHANGE_FAILED (the protocol version could not be read, or another thread closed all connections),
+ * STAPI_GTL_CORRUPT.
+ *
+ * Queries can reach the first 257 open connections of a process; more can be opened but not used.
  */
 RIXSTATS_API int openGatewayConnection(int port, RIX_GatewayToken_t *gwTokPtr, char **protocolVersionPtr);
 
 /*
  * The same for a gateway on another host.
  *   hostname  host name or numeric address; of several addresses the first is used
- * Codes: those of openGatewayConnection(), and after the pointer checks STAPI_NULL_HOSTNAME, then
- * STAPI_HOST_NOT_FOUND.
+ * Codes: those of openGatewayConnection(), and after the pointer checks STAPI_NULL_HOSTNAME.
  */
 RIXSTATS_API int openRemoteGatewayConnection(const char *hostname, int port, RIX_GatewayToken_t *gwTokPtr,
                                              char **protocolVersionPtr);
 
 /*
  * Says good-bye to the gateway (and waits for its answer), closes the connection, releases its result set and texts,
- * and sets *gwTokPtr to null. Any thread of the process may close a connection on which no query is running.
+ * and sets *gwTokPtr to null. Any thread of the process may close a connection. If a query is running on it in another
+ * thread, that query ends with STAPI_COMMS_FAILURE or STAPI_GATEWAY_EXCHANGE_FAILED and releases the connection, and
+ * this call returns at once, without waiting for the gateway.
  * Codes: STAPI_NULL_GATEWAY_TOKEN_PTR, STAPI_NULL_GATEWAY_TOKEN (*gwTokPtr is null), STAPI_GATEWAY_TOKEN_NOT_FOUND.
  */
 RIXSTATS_API int closeGatewayConnection(RIX_GatewayToken_t *gwTokPtr);
 
 /*
  * Closes every connection of the process, whichever thread opened it. The callers' handles stay as they are and are
- * refused from now on. Success also when there is none.
+ * refused from now on. Success also when there is none. Running queries, and connections that are being opened, end as
+ * with closeGatewayConnection().
  * Codes: STAPI_GTL_CORRUPT (256 connections were closed; there may be more: call again).
  */
 RIXSTATS_API int closeAllGatewayConnections(void);
@@ -183,8 +192,8 @@ RIXSTATS_API int closeAllGatewayConnections(void);
  * Codes of all six: STAPI_NULL_GATEWAY_TOKEN, STAPI_NULL_QUERY_STRING (queries with a text only),
  * STAPI_NULL_RESULT_SET_PTR, STAPI_GATEWAY_TOKEN_NOT_FOUND, STAPI_WRONG_PROCESS, STAPI_WRONG_THREAD,
  * STAPI_NO_RESULT_SET_BUFFER, STAPI_NO_MEMORY (the text is too long or could not be copied); none of these changes the
- * connection. STAPI_COMMS_FAILURE and STAPI_GATEWAY_EXCHANGE_FAILED end the connection: it is closed and released, and
- * gwTok is stale.
+ * connection. STAPI_COMMS_FAILURE (the connection was lost) and STAPI_GATEWAY_EXCHANGE_FAILED (the gateway refused or
+ * answered wrongly, or memory ran out) end the connection: it is closed and released, and gwTok is stale.
  */
 
 /* Identifiers of all resource groups. */
@@ -284,7 +293,7 @@ RIXSTATS_API int setAPITraceFile(const char *traceFile);
 
 /*
  * Writes the library's state (version, trace settings, every open connection with a dump of its result set) to the
- * trace destination, whatever the trace level. Connections on which a query is running must not exist meanwhile.
+ * trace destination, whatever the trace level. The result set of a connection on which a query is running is left out.
  */
 RIXSTATS_API int dumpState(void);
 

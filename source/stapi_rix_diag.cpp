@@ -35,12 +35,18 @@ static const formatStringType traceFmtStr = {
 static const char *traceWordOf(Line kind)
 {
     switch (kind) {
-    case Line::exc: return "*EXC*";
-    case Line::event: return "EVENT";
-    case Line::entry: return "ENTRY";
-    case Line::exit: return "EXIT";
-    case Line::debug: return "DEBUG";
-    case Line::data: break;
+    case Line::exc:
+        return "*EXC*";
+    case Line::event:
+        return "EVENT";
+    case Line::entry:
+        return "ENTRY";
+    case Line::exit:
+        return "EXIT";
+    case Line::debug:
+        return "DEBUG";
+    case Line::data:
+        break;
     }
     return "DATA";
 }
@@ -127,7 +133,10 @@ void traceData(int point, const char *name, const char *start, int dataLen, int 
     releaseLock(&traceLock);
 }
 
-uintptr_t addressNumber(const void *address) { return reinterpret_cast<uintptr_t>(address); }
+uintptr_t addressNumber(const void *address)
+{
+    return reinterpret_cast<uintptr_t>(address);
+}
 
 int initTrace()
 {
@@ -149,7 +158,10 @@ void getPidTid(pid_t *pid, pthread_t *tid)
     if (tid != nullptr) *tid = pthread_self();
 }
 
-int compareTids(pthread_t tid1, pthread_t tid2) { return pthread_equal(tid1, tid2) != 0 ? 1 : 0; }
+int compareTids(pthread_t tid1, pthread_t tid2)
+{
+    return pthread_equal(tid1, tid2) != 0 ? 1 : 0;
+}
 
 // Returns the milliseconds of the current second.
 static unsigned localNow(struct tm *local)

@@ -2,9 +2,9 @@
 // through the macros below, which cost one load and one branch while their level is off and evaluate no argument then.
 // Calls the lock module alone.
 //
-// A function announces itself with ENTRY and EXIT, errors with EXC, notable happenings with EVENT, internals with DEBUG;
-// DATA announces a storage dump and writes it. The first argument is the trace point: a fixed number that support
-// people search for, from the block of its module, never to be reused or renumbered.
+// A function announces itself with ENTRY and EXIT, errors with EXC, notable happenings with EVENT, internals with
+// DEBUG; DATA announces a storage dump and writes it. The first argument is the trace point: a fixed number that
+// support people search for, from the block of its module, never to be reused or renumbered.
 #ifndef STAPI_RIX_DIAG_H
 #define STAPI_RIX_DIAG_H
 
@@ -35,17 +35,22 @@ typedef struct _formatStringType
 } formatStringType;
 
 // The kinds of trace line, and the lowest level at which each is written.
-enum class Line { exc, event, entry, exit, debug, data };
+enum class Line
+{
+    exc,
+    event,
+    entry,
+    exit,
+    debug,
+    data
+};
 
 constexpr int traceLevelOf(Line kind)
 {
-    return kind == Line::exc                              ? 1
-           : kind == Line::event                          ? 2
-           : (kind == Line::entry || kind == Line::exit) ? 3
-                                                          : 4;
+    return kind == Line::exc ? 1 : kind == Line::event ? 2 : (kind == Line::entry || kind == Line::exit) ? 3 : 4;
 }
 
-#pragma GCC visibility push(hidden) // reached directly, not through the global offset table
+#pragma GCC visibility push(hidden)        // reached directly, not through the global offset table
 extern std::atomic<int> statAPITrace;      // the trace level, 0 (off) to 5
 extern FILE *statAPITraceHandle;           // where trace lines go; null until the first initTrace()
 extern char *statAPITraceFilename;         // name of that destination, TRACE_FILENAME_SIZE bytes
@@ -60,13 +65,22 @@ inline bool traceOn(Line kind)
     return __builtin_expect(statAPITrace.load(std::memory_order_relaxed) >= traceLevelOf(kind), 0);
 }
 
-// For %p, which takes void pointers alone; the second for a number shown as an address: that of something which has been
-// released since (addressNumber() tells it beforehand), or one that stands in an address's place on purpose.
-inline const void *ptr(const void *address) { return address; }
-inline const void *ptr(uintptr_t address) { return reinterpret_cast<const void *>(address); }
+// For %p, which takes void pointers alone; the second for a number shown as an address: that of something which has
+// been released since (addressNumber() tells it beforehand), or one that stands in an address's place on purpose.
+inline const void *ptr(const void *address)
+{
+    return address;
+}
+inline const void *ptr(uintptr_t address)
+{
+    return reinterpret_cast<const void *>(address);
+}
 uintptr_t addressNumber(const void *address);
 // For %s and texts that may be missing.
-inline const char *textOrNull(const char *text) { return text != nullptr ? text : "NULL"; }
+inline const char *textOrNull(const char *text)
+{
+    return text != nullptr ? text : "NULL";
+}
 
 #define TRACE_AT(kind, point, ...)                                                                                     \
     do {                                                                                                               \
@@ -100,7 +114,10 @@ int initTrace(); // 0, STAPI_NO_MEMORY, STAPI_LOCK_INIT_FAILED
 
 void getPidTid(pid_t *pid, pthread_t *tid); // either pointer may be null
 int compareTids(pthread_t tid1, pthread_t tid2);
-inline int narrowTid(pthread_t tid) { return static_cast<int>(tid); } // the low 32 bits, for printing
+inline int narrowTid(pthread_t tid)
+{
+    return static_cast<int>(tid);
+} // the low 32 bits, for printing
 
 void getTimestamp(char *buffer); // at least 22 bytes
 void getTraceDate(char *buffer); // at least 9 bytes

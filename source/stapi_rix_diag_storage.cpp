@@ -1,6 +1,6 @@
 // Storage dumps: a region of memory as lines of an address, hexadecimal bytes and printable characters,
 //
-//   0x7F0C2C000B70: 47617465 00700000 00000005 00000000  : Gate.p..........
+//   0x7F0C2C000B70: 47617465 00700000 00000005 00000000 : Gate.p..........
 //
 // in a layout that support people and their tools know by column. Each line is put together first and written at once.
 #include "stapi_rix_diag_storage.h"

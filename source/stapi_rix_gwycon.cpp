@@ -35,19 +35,35 @@ static int getHostInfo(const char *address, int port, struct addrinfo **hostInfo
     return CONNECT_HOST_NOT_FOUND;
 }
 
-// A socket for the address, with keep-alive, without delay, and for now non-blocking.
-static int createSocket(const struct addrinfo *address, int *socketDescriptorPtr)
+void shutSocket(std::atomic<int> *socketDescriptorPtr)
 {
-    *socketDescriptorPtr = socket(address->ai_family, address->ai_socktype | SOCK_CLOEXEC, address->ai_protocol);
-    if (*socketDescriptorPtr < 0) {
+    int desc = NO_SOCKET;
+    if (!socketDescriptorPtr->compare_exchange_strong(desc, SOCKET_SHUT)) shutdown(desc, SHUT_RDWR);
+}
+
+static bool publishSocket(std::atomic<int> *socketDescriptorPtr, int desc)
+{
+    int none = NO_SOCKET;
+    return socketDescriptorPtr->compare_exchange_strong(none, desc);
+}
+
+// A socket for the address, with keep-alive, without delay, and for now non-blocking.
+static int createSocket(const struct addrinfo *address, std::atomic<int> *socketDescriptorPtr)
+{
+    const int desc = socket(address->ai_family, address->ai_socktype | SOCK_CLOEXEC, address->ai_protocol);
+    if (desc < 0) {
         const int savedErrno = errno;
         EXC(3001, "stapi_rix_gwycon.connectToGateway() Unable to create a socket: %s(%d)\n", strerror(savedErrno),
             savedErrno);
         return CONNECT_SOCKET_FAILED;
     }
-    const int desc = *socketDescriptorPtr;
+    if (!publishSocket(socketDescriptorPtr, desc)) {
+        close(desc);
+        return CONNECT_SOCKET_FAILED;
+    }
     if (setsockopt(desc, SOL_SOCKET, SO_KEEPALIVE, &sockOptOn, sizeof sockOptOn) != 0 ||
-        setsockopt(desc, IPPROTO_TCP, TCP_NODELAY, &sockOptOn, sizeof sockOptOn) != 0) {
+        setsockopt(desc, IPPROTO_TCP, TCP_NODELAY, &sockOptOn, sizeof sockOptOn) != 0)
+    {
         DEBUG(3002, "stapi_rix_gwycon.connectToGateway() Set socket to KeepAlive or NoDelay failed: %d\n", desc);
         return CONNECT_SOCKET_FAILED;
     }
@@ -109,7 +125,7 @@ static int judgeWait(int desc, int ready, bool writable, int *sockError)
     return CONNECT_FAILED;
 }
 
-int waitForConnection(const int *socketDescriptorPtr, int *sockError)
+int waitForConnection(const std::atomic<int> *socketDescriptorPtr, int *sockError)
 {
     const int desc = *socketDescriptorPtr;
     SocketSet writable, exceptional;
@@ -138,7 +154,8 @@ static int connectFailure(int connectRc, int sockError)
 }
 
 // Connects the non-blocking socket and makes it a blocking one.
-static int connectSocket(const struct addrinfo *address, const char *hostname, int port, const int *socketDescriptorPtr)
+static int connectSocket(const struct addrinfo *address, const char *hostname, int port,
+                         const std::atomic<int> *socketDescriptorPtr)
 {
     const int desc = *socketDescriptorPtr;
     int connectRc = connect(desc, address->ai_addr, address->ai_addrlen);
@@ -179,7 +196,7 @@ static int greet(int socketDescriptor)
     return authorizeConnection(socketDescriptor, &reasons);
 }
 
-int connectToGateway(int port, const char *hostname, int *socketDescriptorPtr)
+int connectToGateway(int port, const char *hostname, std::atomic<int> *socketDescriptorPtr)
 {
     ENTRY(3000, "stapi_rix_gwycon.connectToGateway(port=%d, hostname=%s, socketDescriptorPtr=%p)\n", port,
           textOrNull(hostname), ptr(socketDescriptorPtr));
@@ -198,7 +215,8 @@ int connectToGateway(int port, const char *hostname, int *socketDescriptorPtr)
 
 int authorizeConnection(int socketDescriptor, ReasonCodes *reasons)
 {
-    ENTRY(3010, "stapi_rix_gwycon.authorizeConnection(socketDescriptor=%d, reasons=%p)\n", socketDescriptor, ptr(reasons));
+    ENTRY(3010, "stapi_rix_gwycon.authorizeConnection(socketDescriptor=%d, reasons=%p)\n", socketDescriptor,
+          ptr(reasons));
     AuthRequest request = {};
     request.header = newRequestHeader(FLOW_TYPE_REQUEST, "Auth", 4);
     int rc = flowAuthRequest(socketDescriptor, &request, reasons);
@@ -217,7 +235,7 @@ int authorizeConnection(int socketDescriptor, ReasonCodes *reasons)
     return rc;
 }
 
-int closeConnection(const int *socketDescriptorPtr)
+int closeConnection(const std::atomic<int> *socketDescriptorPtr)
 {
     ENTRY(3008, "stapi_rix_gwycon.closeConnection(socketDescriptorPtr=%p)\n", ptr(socketDescriptorPtr));
     ReasonCodes reasons = {};

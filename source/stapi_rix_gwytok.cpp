@@ -1,4 +1,4 @@
-// Gateway tokens: opening, verifying and deleting connections.
+// Gateway tokens: opening, verifying and deleting connections, also under a thread that has one in use.
 #include "stapi_rix_gwytok.h"
 
 #include "stapi_rix_diag.h"
@@ -9,18 +9,40 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 
 namespace rixstats {
 
 static int mapConnectFailure(int connectRc)
 {
     switch (connectRc) {
-    case CONNECT_HOST_NOT_FOUND: return STAPI_HOST_NOT_FOUND;
-    case CONNECT_TIMED_OUT: return STAPI_CONNECT_TIMED_OUT;
-    case CONNECT_REFUSED: return STAPI_CONNECTION_REFUSED;
-    case CONNECT_UNREACHABLE: return STAPI_NETWORK_UNREACHABLE;
-    default: return STAPI_CONNECT_FAILED;
+    case CONNECT_HOST_NOT_FOUND:
+        return STAPI_HOST_NOT_FOUND;
+    case CONNECT_TIMED_OUT:
+        return STAPI_CONNECT_TIMED_OUT;
+    case CONNECT_REFUSED:
+        return STAPI_CONNECTION_REFUSED;
+    case CONNECT_UNREACHABLE:
+        return STAPI_NETWORK_UNREACHABLE;
+    default:
+        return STAPI_CONNECT_FAILED;
     }
+}
+
+// Fields that another thread may show in a dump change under the lock.
+static void setConnStatus(Internal_GatewayToken_t *token, int connStatus)
+{
+    requestLock(&gtlLock);
+    token->connStatus = connStatus;
+    releaseLock(&gtlLock);
+}
+
+void setResultSetBuffer(Internal_GatewayToken_t *token, char *buffer, int bufferLen)
+{
+    requestLock(&gtlLock);
+    token->resultSetBuf = buffer;
+    token->resultSetBufLen = bufferLen;
+    releaseLock(&gtlLock);
 }
 
 static int openStatsSocket(Internal_GatewayToken_t *gwTokPtr, const char *hostname, int port)
@@ -30,11 +52,11 @@ static int openStatsSocket(Internal_GatewayToken_t *gwTokPtr, const char *hostna
     int rc = STAPI_OK;
     const int connectRc = connectToGateway(port, hostname, &gwTokPtr->socketDescriptor);
     if (connectRc == 0) {
-        gwTokPtr->connStatus = 1;
+        setConnStatus(gwTokPtr, 1);
         EVENT(2003, "stapi_rix_gwytok.openStatsSocket() Connected to Gateway %s:%u - socketDescriptor(%d)\n",
-              textOrNull(hostname), static_cast<unsigned>(port), gwTokPtr->socketDescriptor);
+              textOrNull(hostname), static_cast<unsigned>(port), gwTokPtr->socketDescriptor.load());
     } else {
-        gwTokPtr->connStatus = 2;
+        setConnStatus(gwTokPtr, 2);
         rc = mapConnectFailure(connectRc);
         EXC(2004, "stapi_rix_gwytok.openStatsSocket() Failed to connect to Gateway %s:%u, connect rc = %d\n",
             textOrNull(hostname), static_cast<unsigned>(port), connectRc);
@@ -58,7 +80,8 @@ static int fillToken(Internal_GatewayToken_t *token, int port)
 {
     memcpy(token->eyecatcher, "RIXGWTOK", sizeof token->eyecatcher);
     token->portNumber = static_cast<unsigned>(port);
-    token->socketDescriptor = -1;
+    token->socketDescriptor = NO_SOCKET;
+    token->inUse = true;
     const int rc = createResultSet(&token->connRSPtr, "RIXRSROB", OWNER_LIBRARY);
     if (rc != STAPI_OK) {
         EXC(2036, "stapi_rix_gwytok.createGatewayToken Creation of resultset failed rc=%d\n", rc);
@@ -109,6 +132,16 @@ static int readVersion(Internal_GatewayToken_t *token)
     return mapExchangeFailure(statsCallRc, reasons);
 }
 
+static void traceOpened(const RIX_GatewayToken_t *gwTokPtr, const Internal_GatewayToken_t *token)
+{
+    if (!traceOn(Line::event)) return;
+    char formattedToken[FORMATTED_TOKEN_SIZE];
+    requestLock(&gtlLock);
+    formatGatewayToken(token, formattedToken);
+    releaseLock(&gtlLock);
+    EVENT(2033, "stapi_rix_gwytok.createGatewayToken(&gwTokPtr=%p) %s\n", ptr(gwTokPtr), formattedToken);
+}
+
 // The token is on the list before it is connected, so that a failure ends in an ordinary deletion.
 static int openConnection(RIX_GatewayToken_t *gwTokPtr, const char *hostname, int port)
 {
@@ -117,13 +150,8 @@ static int openConnection(RIX_GatewayToken_t *gwTokPtr, const char *hostname, in
     if (rc != STAPI_OK) return rc;
     rc = openStatsSocket(token, hostname, port);
     if (rc == STAPI_OK) rc = readVersion(token);
-    if (rc != STAPI_OK) {
-        deleteGatewayToken(&token, 1);
-        return rc;
-    }
-    char formattedToken[FORMATTED_TOKEN_SIZE] = "";
-    if (traceOn(Line::event)) formatGatewayToken(token, formattedToken);
-    EVENT(2033, "stapi_rix_gwytok.createGatewayToken(&gwTokPtr=%p) %s\n", ptr(gwTokPtr), formattedToken);
+    if (rc != STAPI_OK) return removeGatewayTokenInUse(&token) == STAPI_OK ? rc : STAPI_COMMS_FAILURE;
+    traceOpened(gwTokPtr, token);
     *gwTokPtr = token;
     return STAPI_OK;
 }
@@ -136,67 +164,58 @@ int createGatewayToken(RIX_GatewayToken_t *gwTokPtr, const char *hostname, int p
     return rc;
 }
 
-static int verifyOwner(pid_t owningPid, pthread_t owningTid)
+static int verifyOwner(const Internal_GatewayToken_t *token)
 {
     pid_t currentPid;
     pthread_t currentTid;
     getPidTid(&currentPid, &currentTid);
-    if (owningPid != currentPid) {
-        EXC(2032, "stapi_rix_gwytok.verifyGatewayToken PID mismatch: currentPid=%d, owningPid=%d\n", currentPid, owningPid);
+    if (token->owningPid != currentPid) {
+        EXC(2032, "stapi_rix_gwytok.verifyGatewayToken PID mismatch: currentPid=%d, owningPid=%d\n", currentPid,
+            token->owningPid);
         return STAPI_WRONG_PROCESS;
     }
-    if (compareTids(currentTid, owningTid) == 0) {
-        EXC(2033, "stapi_rix_gwytok.verifyGatewayToken TID mismatch: currentTid=%d, owningTid=%d\n", narrowTid(currentTid),
-            narrowTid(owningTid));
+    if (compareTids(currentTid, token->owningTid) == 0) {
+        EXC(2033, "stapi_rix_gwytok.verifyGatewayToken TID mismatch: currentTid=%d, owningTid=%d\n",
+            narrowTid(currentTid), narrowTid(token->owningTid));
         return STAPI_WRONG_THREAD;
     }
     return STAPI_OK;
 }
 
-int verifyGatewayToken(const Internal_GatewayToken_t *gwTokPtr)
+// All under the lock: without it another thread may release the token.
+int verifyGatewayToken(Internal_GatewayToken_t *gwTokPtr)
 {
     ENTRY(2006, "stapi_rix_gwytok.verifyGatewayToken(&gwTokPtr=%p)\n", ptr(gwTokPtr));
     int rc;
-    pid_t owningPid = 0;
-    pthread_t owningTid = {};
     requestLock(&gtlLock);
     const int findRc = findGatewayToken(gwTokPtr, nullptr);
-    if (findRc == GTL_FOUND) { // read here: without the lock another thread may release the token
-        owningPid = gwTokPtr->owningPid;
-        owningTid = gwTokPtr->owningTid;
-    }
-    releaseLock(&gtlLock);
     if (findRc == GTL_FOUND) {
-        rc = verifyOwner(owningPid, owningTid);
+        rc = verifyOwner(gwTokPtr);
+        if (rc == STAPI_OK) gwTokPtr->inUse = true;
     } else {
         rc = STAPI_GATEWAY_TOKEN_NOT_FOUND;
-        EXC(2007, "stapi_rix_gwytok.verifyGatewayToken(&gwTokPtr=%p) Gateway token not found - findRc=%d\n", ptr(gwTokPtr),
-            findRc);
+        EXC(2007, "stapi_rix_gwytok.verifyGatewayToken(&gwTokPtr=%p) Gateway token not found - findRc=%d\n",
+            ptr(gwTokPtr), findRc);
     }
+    releaseLock(&gtlLock);
     EXIT(2008, "stapi_rix_gwytok.verifyGatewayToken(&gwTokPtr=%p) rc=%d\n", ptr(gwTokPtr), rc);
     return rc;
 }
 
-static void unchain(const Internal_GatewayToken_t *token, Internal_GatewayToken_t *parentToken)
-{
-    if (parentToken == nullptr) {
-        gtListHeadPtr = token->nextGwyTokPtr;
-        return;
-    }
-    parentToken->nextGwyTokPtr = token->nextGwyTokPtr;
-    if (parentToken->nextGwyTokPtr == nullptr) gtListTailPtr = parentToken;
-}
-
-// gtlLock is held. parentToken: the token before it on the list, null for the head.
-static void releaseToken(RIX_GatewayToken_t *gwTokPtr, Internal_GatewayToken_t *parentToken)
+// The token is off the list and in nobody else's use. takeLeave: by the close flow, which waits for the gateway.
+static void releaseToken(RIX_GatewayToken_t *gwTokPtr, bool takeLeave)
 {
     Internal_GatewayToken_t *token = *gwTokPtr;
-    if (token->socketDescriptor >= 0) token->connStatus = closeConnection(&token->socketDescriptor) != 0 ? 3 : 4;
+    if (token->socketDescriptor >= 0) {
+        const int closeRc = takeLeave ? closeConnection(&token->socketDescriptor) : close(token->socketDescriptor);
+        token->connStatus = closeRc != 0 ? 3 : 4;
+    }
     const int deleteRc = deleteResultSet(&token->connRSPtr);
     if (deleteRc != STAPI_OK)
         EXC(2037, "stapi_rix_gwytok.deleteGatewayToken Unable to delete ResultSet. rc=%d\n", deleteRc);
     if (token->resultSetBuf != nullptr) {
-        DEBUG(2043, "stapi_rix_gwytok.deleteGatewayToken About to free resultSetBuffer (%p)\n", ptr(token->resultSetBuf));
+        DEBUG(2043, "stapi_rix_gwytok.deleteGatewayToken About to free resultSetBuffer (%p)\n",
+              ptr(token->resultSetBuf));
         free(token->resultSetBuf);
     }
     if (token->protocolVersion != nullptr) {
@@ -204,51 +223,109 @@ static void releaseToken(RIX_GatewayToken_t *gwTokPtr, Internal_GatewayToken_t *
               ptr(token->protocolVersion));
         free(token->protocolVersion);
     }
-    unchain(token, parentToken);
     const uintptr_t record = addressNumber(token);
-    DEBUG(2010, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p) Free gateway token(%p) \n", ptr(gwTokPtr), ptr(record));
+    DEBUG(2010, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p) Free gateway token(%p) \n", ptr(gwTokPtr),
+          ptr(record));
     free(token);
     *gwTokPtr = nullptr;
-    DEBUG(2011, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p) Freed gateway token(%p) \n", ptr(gwTokPtr), ptr(record));
+    DEBUG(2011, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p) Freed gateway token(%p) \n", ptr(gwTokPtr),
+          ptr(record));
+}
+
+static bool isOwnedByCaller(const Internal_GatewayToken_t *token)
+{
+    pid_t currentPid;
+    pthread_t currentTid;
+    getPidTid(&currentPid, &currentTid);
+    return token->owningPid == currentPid && compareTids(currentTid, token->owningTid) != 0;
+}
+
+// Takes the token off the list (gtlLock is held). If another thread has it in use, that thread is woken and has to
+// release the token: the result is true then.
+static bool takeOffList(Internal_GatewayToken_t *token, Internal_GatewayToken_t *parentToken)
+{
+    unchainGatewayToken(token, parentToken);
+    if (!token->inUse || isOwnedByCaller(token)) return false;
+    token->closed = true;
+    shutSocket(&token->socketDescriptor); // under the lock, which the user needs to close it
+    return true;
+}
+
+int endGatewayTokenUse(RIX_GatewayToken_t *gwTokPtr)
+{
+    requestLock(&gtlLock);
+    (*gwTokPtr)->inUse = false;
+    const bool closed = (*gwTokPtr)->closed;
+    releaseLock(&gtlLock);
+    if (!closed) return STAPI_OK;
+    releaseToken(gwTokPtr, false);
+    return STAPI_COMMS_FAILURE;
+}
+
+// Takes a token that the walk limit of the list keeps from being found off it, if it is on the list at all.
+static void unchainAnywhere(const Internal_GatewayToken_t *token)
+{
+    Internal_GatewayToken_t *parent = gtListHeadPtr;
+    while (parent != nullptr && parent->nextGwyTokPtr != token)
+        parent = parent->nextGwyTokPtr;
+    if (parent != nullptr) unchainGatewayToken(token, parent);
+}
+
+int removeGatewayTokenInUse(RIX_GatewayToken_t *gwTokPtr)
+{
+    if (deleteGatewayToken(gwTokPtr, 1) == STAPI_OK) return STAPI_OK;
+    // Not found: closed by another thread meanwhile, or too far down the list.
+    requestLock(&gtlLock);
+    const bool closed = (*gwTokPtr)->closed;
+    if (!closed) unchainAnywhere(*gwTokPtr);
+    releaseLock(&gtlLock);
+    releaseToken(gwTokPtr, !closed);
+    return closed ? STAPI_COMMS_FAILURE : STAPI_OK;
+}
+
+static int takeListed(Internal_GatewayToken_t *token, bool *leftToUser)
+{
+    Internal_GatewayToken_t *parentToken = nullptr;
+    requestLock(&gtlLock);
+    const bool found = findGatewayToken(token, &parentToken) == GTL_FOUND;
+    if (found) *leftToUser = takeOffList(token, parentToken);
+    releaseLock(&gtlLock);
+    return found ? STAPI_OK : STAPI_GATEWAY_TOKEN_NOT_FOUND;
 }
 
 int deleteGatewayToken(RIX_GatewayToken_t *gwTokPtr, int lockRequired)
 {
     ENTRY(2009, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p,lockRequired=%d)\n", ptr(gwTokPtr), lockRequired);
     int rc = STAPI_OK;
+    bool leftToUser = false;
     if (gwTokPtr == nullptr)
         rc = STAPI_NULL_GATEWAY_TOKEN_PTR;
     else if (*gwTokPtr == nullptr)
         rc = STAPI_NULL_GATEWAY_TOKEN;
-
-    Internal_GatewayToken_t *parentToken = nullptr;
-    const bool locked = rc == STAPI_OK && lockRequired == 1;
-    if (locked) {
-        requestLock(&gtlLock);
-        if (findGatewayToken(*gwTokPtr, &parentToken) != GTL_FOUND) rc = STAPI_GATEWAY_TOKEN_NOT_FOUND;
-    }
-    if (rc == STAPI_OK) releaseToken(gwTokPtr, parentToken);
-    if (locked) releaseLock(&gtlLock);
-    EXIT(2012, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p,lockRequired=%d) rc=%d\n", ptr(gwTokPtr), lockRequired, rc);
+    else if (lockRequired == 1)
+        rc = takeListed(*gwTokPtr, &leftToUser);
+    if (leftToUser)
+        *gwTokPtr = nullptr;
+    else if (rc == STAPI_OK)
+        releaseToken(gwTokPtr, true);
+    EXIT(2012, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p,lockRequired=%d) rc=%d\n", ptr(gwTokPtr), lockRequired,
+         rc);
     return rc;
 }
 
-// gtlLock is held. Deletes from the head, at most GTL_WALK_LIMIT tokens.
-static int deleteFromHead()
+// Takes the head off the list (gtlLock is held) and deletes it with the lock released, so that a gateway which is slow
+// to answer delays nobody else.
+static void deleteHead(int count)
 {
-    int count = 0;
     Internal_GatewayToken_t *indexToken = gtListHeadPtr;
-    while (indexToken != nullptr && count < GTL_WALK_LIMIT) {
-        count++;
-        char formattedToken[FORMATTED_TOKEN_SIZE] = "";
-        if (traceOn(Line::event)) formatGatewayToken(indexToken, formattedToken);
-        EVENT(2034, "stapi_rix_gwytok.deleteGatewayTokens(indexToken=%p) GTL entry %4.4d: %s\n", ptr(indexToken), count,
-              formattedToken);
-        Internal_GatewayToken_t *next = indexToken->nextGwyTokPtr;
-        deleteGatewayToken(&indexToken, 0);
-        indexToken = next;
-    }
-    return count;
+    char formattedToken[FORMATTED_TOKEN_SIZE] = "";
+    if (traceOn(Line::event)) formatGatewayToken(indexToken, formattedToken);
+    EVENT(2034, "stapi_rix_gwytok.deleteGatewayTokens(indexToken=%p) GTL entry %4.4d: %s\n", ptr(indexToken), count,
+          formattedToken);
+    if (takeOffList(indexToken, nullptr)) return;
+    releaseLock(&gtlLock);
+    deleteGatewayToken(&indexToken, 0);
+    requestLock(&gtlLock);
 }
 
 int deleteGatewayTokens()
@@ -261,7 +338,8 @@ int deleteGatewayTokens()
         EVENT(2035, "stapi_rix_gwytok.deleteGatewayTokens() GTL is EMPTY\n");
         rc = GTL_EMPTY;
     } else {
-        count = deleteFromHead();
+        while (gtListHeadPtr != nullptr && count < GTL_WALK_LIMIT)
+            deleteHead(++count);
         if (count == GTL_WALK_LIMIT) { // also when that many were all there were
             EXC(2014, "stapi_rix_gwytok.deleteGatewayTokens() GTL iteration has hit RUNAWAY limit %d.....\n", count);
             rc = GTL_RUNAWAY;

@@ -30,8 +30,8 @@ static int appendToList(Internal_GatewayToken_t *newToken)
         gtListTailPtr = newToken;
     } else {
         rc = STAPI_GTL_CORRUPT;
-        EXC(2020, "stapi_rix_gwytok.chainGatewayToken() GTL state is corrupt - head(%p) tail (%p)\n", ptr(gtListHeadPtr),
-            ptr(gtListTailPtr));
+        EXC(2020, "stapi_rix_gwytok.chainGatewayToken() GTL state is corrupt - head(%p) tail (%p)\n",
+            ptr(gtListHeadPtr), ptr(gtListTailPtr));
     }
     releaseLock(&gtlLock);
     return rc;
@@ -49,6 +49,16 @@ int chainGatewayToken(Internal_GatewayToken_t *newToken)
     }
     EXIT(2022, "stapi_rix_gwytok.chainGatewayToken(newToken=%p) rc=%d\n", ptr(newToken), rc);
     return rc;
+}
+
+void unchainGatewayToken(const Internal_GatewayToken_t *token, Internal_GatewayToken_t *parentToken)
+{
+    if (parentToken == nullptr) {
+        gtListHeadPtr = token->nextGwyTokPtr;
+        return;
+    }
+    parentToken->nextGwyTokPtr = token->nextGwyTokPtr;
+    if (parentToken->nextGwyTokPtr == nullptr) gtListTailPtr = parentToken;
 }
 
 // Looks for the target behind the head, at most GTL_WALK_LIMIT steps far.
@@ -74,8 +84,8 @@ static int walkToTarget(const Internal_GatewayToken_t *targetToken, Internal_Gat
         EXC(2024, "stapi_rix_gwytok.findGatewayToken() GTL iteration has hit RUNAWAY limit %d.....\n", count);
         return GTL_RUNAWAY;
     }
-    DEBUG(2025, "stapi_rix_gwytok.findGatewayToken() Target token not found. GTL entries(%d) head(%p) last(%p)\n", count,
-          ptr(gtListHeadPtr), ptr(current));
+    DEBUG(2025, "stapi_rix_gwytok.findGatewayToken() Target token not found. GTL entries(%d) head(%p) last(%p)\n",
+          count, ptr(gtListHeadPtr), ptr(current));
     return GTL_NOT_FOUND;
 }
 
@@ -114,7 +124,7 @@ int formatGatewayToken(const Internal_GatewayToken_t *gwTokPtr, char *formattedT
              "GatwayToken(%p) eyecatcher(%8.8s) port(%d) connStatus(%d) socket(%d) connRSToken(%p) resultSetBuf(%p) "
              "owningPid(%8.8X) owningTid(%8.8X) nextGwyTokPtr(%p)",
              ptr(gwTokPtr), gwTokPtr->eyecatcher, static_cast<int>(gwTokPtr->portNumber), gwTokPtr->connStatus,
-             gwTokPtr->socketDescriptor, ptr(gwTokPtr->connRSPtr), ptr(gwTokPtr->resultSetBuf),
+             gwTokPtr->socketDescriptor.load(), ptr(gwTokPtr->connRSPtr), ptr(gwTokPtr->resultSetBuf),
              static_cast<unsigned>(gwTokPtr->owningPid), static_cast<unsigned>(narrowTid(gwTokPtr->owningTid)),
              ptr(gwTokPtr->nextGwyTokPtr));
     return STAPI_OK;
@@ -126,10 +136,12 @@ static void dumpEntry(const Internal_GatewayToken_t *token, int count)
     formatGatewayToken(token, formattedToken);
     fprintf(statAPITraceHandle, "Gateway Token List entry -%4.4d- : %s\n", count, formattedToken);
     const Internal_ResultSetToken_t *resultSet = token->connRSPtr;
-    if (resultSet != nullptr) {
+    if (token->inUse) { // its buffer may be moving at this moment
+        fprintf(statAPITraceHandle, "The gateway token is in use, its ResultSet(%p) is not dumped\n", ptr(resultSet));
+    } else if (resultSet != nullptr) {
         fprintf(statAPITraceHandle, "Dump of ResultSet(%p) owner(%s) buffer(%p) cursor(%p)\n%s\n", ptr(resultSet),
-                resultSet->owner == OWNER_LIBRARY ? "API" : "USR", ptr(resultSet->rsBuffPtr), ptr(resultSet->cursor),
-                dumpRuler);
+                resultSet->owner == OWNER_LIBRARY ? "API" : "USR", ptr(resultSet->rsBuffPtr),
+                ptr(readCursor(resultSet)), dumpRuler);
         fflush(statAPITraceHandle);
         traceOutStorage(resultSet->rsBuffPtr, 0, RESULT_SET_TERMINATOR, DUMP_WIDTH, 0);
         fprintf(statAPITraceHandle, "%s\n", dumpRuler);
@@ -163,7 +175,8 @@ int dumpGatewayTokens()
     releaseLock(&gtlLock);
     if (count == GTL_WALK_LIMIT) {
         rc = GTL_RUNAWAY;
-        EXC(2017, "stapi_rix_gwytok.dumpGatewayTokens() Gateway Token List iteration has hit RUNAWAY limit %d.....\n", count);
+        EXC(2017, "stapi_rix_gwytok.dumpGatewayTokens() Gateway Token List iteration has hit RUNAWAY limit %d.....\n",
+            count);
     }
     EXIT(2018, "stapi_rix_gwytok.dumpGatewayTokens() List length=%d rc=%d\n", count, rc);
     return rc;

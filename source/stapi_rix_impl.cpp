@@ -29,7 +29,8 @@ static int initialise()
     }
     rc = initGTL();
     if (rc != 0) {
-        EXC(1124, "stapi_rix_impl.stapiInit() Initialization of rixstats API Gateway Token List has failed. rc=%d\n", rc);
+        EXC(1124, "stapi_rix_impl.stapiInit() Initialization of rixstats API Gateway Token List has failed. rc=%d\n",
+            rc);
         return rc;
     }
     memcpy(stapiVersion, API_VERSION, sizeof API_VERSION);
@@ -49,7 +50,10 @@ static int initialiseOnce()
     return rc;
 }
 
-int stapiInit() { return stapiState.load(std::memory_order_acquire) != 0 ? STAPI_OK : initialiseOnce(); }
+int stapiInit()
+{
+    return stapiState.load(std::memory_order_acquire) != 0 ? STAPI_OK : initialiseOnce();
+}
 
 int firstMissing(std::initializer_list<Need> needs)
 {
@@ -65,7 +69,10 @@ int checkOwner(const Internal_ResultSetToken_t *rs)
 
 constexpr size_t LONGEST_TEXT = 32766; // with its terminating zero
 
-static size_t textBytes(const char *in) { return in != nullptr ? strlen(in) + 1 : 0; }
+static size_t textBytes(const char *in)
+{
+    return in != nullptr ? strlen(in) + 1 : 0;
+}
 
 static bool canBeCopied(const char *in, char *const *out, size_t length)
 {

@@ -1,6 +1,6 @@
 // What the exported calls share: library initialisation, argument checks, the string copies at the boundary to the
-// caller, the workers of the iterators. Each call is a shell that shows its own frame: initialise, ENTRY line, checks in
-// a fixed order, work, EXIT line, code.
+// caller, the workers of the iterators. Each call is a shell that shows its own frame: initialise, ENTRY line, checks
+// in a fixed order, work, EXIT line, code.
 #ifndef STAPI_RIX_IMPL_H
 #define STAPI_RIX_IMPL_H
 

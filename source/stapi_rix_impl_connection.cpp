@@ -11,7 +11,7 @@ static const char LOCAL_HOST[] = "127.0.0.1";
 
 int openGatewayConnection(int port, RIX_GatewayToken_t *gwTokPtr, char **protocolVersionPtr)
 {
-    stapiInit(); // for the trace level alone: the call below honours its result
+    stapiInit(); // as every call does; its result is honoured by the call below
     ENTRY(1000, "API.openGatewayConnection(port=%d, &gwTokPtr=0x%p, &protoColVersion=0x%p\n", port, ptr(gwTokPtr),
           ptr(protocolVersionPtr));
     const int rc = openRemoteGatewayConnection(LOCAL_HOST, port, gwTokPtr, protocolVersionPtr);
@@ -20,24 +20,33 @@ int openGatewayConnection(int port, RIX_GatewayToken_t *gwTokPtr, char **protoco
 }
 
 // Gives the caller a copy of the version text and keeps the same copy in the token, which releases it.
-static int handOutVersion(RIX_GatewayToken_t *gwTokPtr, char **protocolVersionPtr)
+static int handOutVersion(Internal_GatewayToken_t *token, char **protocolVersionPtr)
 {
-    Internal_GatewayToken_t *token = *gwTokPtr;
-    if (token->protocolVersion == nullptr) {
+    if (token->protocolVersion == nullptr) { // not by the present way of opening, which fails without the text
         EXC(1002, "API.openRemoteGatewayConnection(gwTokPtr=0x%p) New gateway token has NULL protocolVersion pointer\n",
             ptr(token));
         *protocolVersionPtr = nullptr;
         return STAPI_OK;
     }
-    if (dup2NativeString(token->protocolVersion, protocolVersionPtr) != 0) {
-        deleteGatewayToken(gwTokPtr, 1);
-        return STAPI_NO_MEMORY;
-    }
+    if (dup2NativeString(token->protocolVersion, protocolVersionPtr) != 0) return STAPI_NO_MEMORY;
     free(token->protocolVersion);
     token->protocolVersion = *protocolVersionPtr;
     EVENT(1001, "API.openRemoteGatewayConnection(&protoColVersion=0x%p) created String for proto@0x%p\n",
           ptr(protocolVersionPtr), ptr(*protocolVersionPtr));
     return STAPI_OK;
+}
+
+// The connection is in use until here: another thread that closes all connections leaves its release to this one.
+static int finishOpening(RIX_GatewayToken_t *gwTokPtr, char **protocolVersionPtr)
+{
+    int rc = handOutVersion(*gwTokPtr, protocolVersionPtr);
+    if (rc != STAPI_OK) {
+        removeGatewayTokenInUse(gwTokPtr);
+        return rc;
+    }
+    rc = endGatewayTokenUse(gwTokPtr);
+    if (rc != STAPI_OK) *protocolVersionPtr = nullptr; // went with the connection
+    return rc;
 }
 
 int openRemoteGatewayConnection(const char *hostname, int port, RIX_GatewayToken_t *gwTokPtr, char **protocolVersionPtr)
@@ -51,7 +60,7 @@ int openRemoteGatewayConnection(const char *hostname, int port, RIX_GatewayToken
                            {protocolVersionPtr, STAPI_NULL_PROTOCOL_VERSION_PTR},
                            {hostname, STAPI_NULL_HOSTNAME}});
     if (rc == STAPI_OK) rc = createGatewayToken(gwTokPtr, hostname, port);
-    if (rc == STAPI_OK) rc = handOutVersion(gwTokPtr, protocolVersionPtr);
+    if (rc == STAPI_OK) rc = finishOpening(gwTokPtr, protocolVersionPtr);
     EXIT(1003, "API.openRemoteGatewayConnection(port=%d) rc=%d\n", port, rc);
     return rc;
 }

@@ -45,8 +45,15 @@ typedef struct _RecordFields
 
 RecordFields fieldsOf(RIX_IdData_t *data)
 {
-    return {data,         data->eyecatcher, &data->queryElementPtr, &data->queryElementLen, &data->queryElementRC,
-            &data->idLen, &data->idPtr,     nullptr,                nullptr};
+    return {data,
+            data->eyecatcher,
+            &data->queryElementPtr,
+            &data->queryElementLen,
+            &data->queryElementRC,
+            &data->idLen,
+            &data->idPtr,
+            nullptr,
+            nullptr};
 }
 
 RecordFields fieldsOf(RIX_StatData_t *data)
@@ -97,8 +104,8 @@ bool readHeader(const Worker &worker, Internal_ResultSetToken_t *rs, const Recor
     DEBUG(worker.headerPoint,
           "stapi_rix_impl.%s Processing query header %d of %d. Resultset=%p, Datacursor=%p, queryElementLen=%d, "
           "queryElementPtr=%p, queryElementRC=%d\n",
-          worker.name, rs->queryIndex, rs->queryCount, ptr(rs), ptr(*cursor), rs->cacheElementLen, ptr(rs->cacheElementPtr),
-          rs->cacheElementRC);
+          worker.name, rs->queryIndex, rs->queryCount, ptr(rs), ptr(*cursor), rs->cacheElementLen,
+          ptr(rs->cacheElementPtr), rs->cacheElementRC);
     if (worker.cachePoint != 0)
         DEBUG(worker.cachePoint,
               "stapi_rix_impl.%s Caching new query element details. Resultset=%p, Datacursor=%p, queryElementLen=%d, "
@@ -106,8 +113,8 @@ bool readHeader(const Worker &worker, Internal_ResultSetToken_t *rs, const Recor
               worker.name, ptr(rs), ptr(*cursor), rs->cacheElementLen, ptr(rs->cacheElementPtr), rs->cacheElementRC);
     if (rs->cacheElementRC < 0) {
         if (worker.failedPoint != 0)
-            EVENT(worker.failedPoint, "stapi_rix_impl.%s(rsPtr=%p,%s=%p) Found negative queryElementRC(%d)\n", worker.name,
-                  ptr(rs), worker.record, ptr(fields.record), rs->cacheElementRC);
+            EVENT(worker.failedPoint, "stapi_rix_impl.%s(rsPtr=%p,%s=%p) Found negative queryElementRC(%d)\n",
+                  worker.name, ptr(rs), worker.record, ptr(fields.record), rs->cacheElementRC);
         elementUsedUp(rs);
         return false;
     }
@@ -129,33 +136,37 @@ void readItem(const Worker &worker, Internal_ResultSetToken_t *rs, const RecordF
     } else {
         takeText(cursor, fields.idLen, fields.idPtr);
         if (worker.itemPoint != 0)
-            DEBUG(worker.itemPoint,
-                  "stapi_rix_impl.%s Processing queryIndex=%d, elementResultIndex=%d. Resultset=%p, dataCursor=%p, %s=%d\n",
-                  worker.name, rs->queryIndex, rs->elementResultIndex, ptr(rs), ptr(*cursor), worker.length, *fields.idLen);
+            DEBUG(
+                worker.itemPoint,
+                "stapi_rix_impl.%s Processing queryIndex=%d, elementResultIndex=%d. Resultset=%p, dataCursor=%p, %s=%d\n",
+                worker.name, rs->queryIndex, rs->elementResultIndex, ptr(rs), ptr(*cursor), worker.length,
+                *fields.idLen);
         if (fields.valueLen != nullptr) takeText(cursor, fields.valueLen, fields.valuePtr);
     }
     if (++rs->elementResultIndex > rs->elementResultCount) {
         elementUsedUp(rs);
-        DEBUG(worker.endPoint, "stapi_rix_impl.%s End of subset queryIndex=%d. Resultset=%p\n", worker.name, rs->queryIndex,
-              ptr(rs));
+        DEBUG(worker.endPoint, "stapi_rix_impl.%s End of subset queryIndex=%d. Resultset=%p\n", worker.name,
+              rs->queryIndex, ptr(rs));
     }
 }
 
 // Hands out the element that is being read and, unless it failed, its next item.
 int deliver(const Worker &worker, Internal_ResultSetToken_t *rs, const RecordFields &fields, char *cursor)
 {
+    memcpy(fields.eyecatcher, rs->rsBuffPtr, EYECATCHER_SIZE);
     const bool readable = rs->elementResultIndex != 0 || readHeader(worker, rs, fields, &cursor);
     *fields.queryElementPtr = rs->cacheElementPtr;
     *fields.queryElementLen = rs->cacheElementLen;
     *fields.queryElementRC = rs->cacheElementRC;
     if (readable) readItem(worker, rs, fields, &cursor);
-    rs->cursor = cursor;
-    EVENT(worker.successPoint, "stapi_rix_impl.%s Successfully retrieved %s from resultset %p\n", worker.name, worker.item,
-          ptr(rs));
+    setCursor(rs, cursor);
+    EVENT(worker.successPoint, "stapi_rix_impl.%s Successfully retrieved %s from resultset %p\n", worker.name,
+          worker.item, ptr(rs));
     return STAPI_OK;
 }
 
-// A set without elements is an end at once: the word behind its count is not looked for an element.
+// A set without elements is an end at once: the word behind its count is not taken for an
+// element's length.
 int firstItem(const Worker &worker, Internal_ResultSetToken_t *rs, const RecordFields &fields)
 {
     memcpy(fields.eyecatcher, rs->rsBuffPtr, EYECATCHER_SIZE);
@@ -171,18 +182,20 @@ int firstItem(const Worker &worker, Internal_ResultSetToken_t *rs, const RecordF
 
 int nextItem(const Worker &worker, Internal_ResultSetToken_t *rs, const RecordFields &fields)
 {
-    memcpy(fields.eyecatcher, rs->rsBuffPtr, EYECATCHER_SIZE);
+    char *cursor = rs->cursor;
     if (rs->queryIndex == 0) {
-        rs->cursor = rs->rsBuffPtr + EYECATCHER_SIZE;
+        memcpy(fields.eyecatcher, rs->rsBuffPtr, EYECATCHER_SIZE);
+        cursor = rs->rsBuffPtr + EYECATCHER_SIZE;
         DEBUG(worker.freshPoint, "stapi_rix_impl.%s No %s() called on Resultset=%p. Datacursor=%p\n", worker.name,
-              worker.firstCall, ptr(rs), ptr(rs->cursor));
+              worker.firstCall, ptr(rs), ptr(cursor));
         // A set that holds nothing but its eyecatcher ends at the count's place; the walk stays there.
-        if (wordAt(rs->cursor) != RESULT_SET_TERMINATOR) rs->queryCount = takeWord(&rs->cursor);
+        if (wordAt(cursor) != RESULT_SET_TERMINATOR) rs->queryCount = takeWord(&cursor);
         rs->queryIndex = 1;
         rs->elementResultIndex = 0;
+        setCursor(rs, cursor);
     }
-    if (atTerminator(rs->cursor)) return STAPI_END_OF_RESULTS;
-    return deliver(worker, rs, fields, rs->cursor);
+    if (atTerminator(cursor)) return STAPI_END_OF_RESULTS;
+    return deliver(worker, rs, fields, cursor);
 }
 
 } // namespace
@@ -210,7 +223,8 @@ int getFirstStatInternal(Internal_ResultSetToken_t *rs, RIX_StatData_t *statData
 {
     ENTRY(1058, "stapi_rix_impl.getFirstStatInternal(rsPtr=%p,statDataPtr=%p)\n", ptr(rs), ptr(statData));
     const int rixStatRc = firstItem(FIRST_STAT, rs, fieldsOf(statData));
-    EXIT(1063, "stapi_rix_impl.getFirstStatInternal() last=%d rc=%d\n", rixStatRc == STAPI_END_OF_RESULTS ? 1 : 0, rixStatRc);
+    EXIT(1063, "stapi_rix_impl.getFirstStatInternal() last=%d rc=%d\n", rixStatRc == STAPI_END_OF_RESULTS ? 1 : 0,
+         rixStatRc);
     return rixStatRc;
 }
 
@@ -225,8 +239,14 @@ int getNextStatInternal(Internal_ResultSetToken_t *rs, RIX_StatData_t *statData)
 } // namespace rixstats
 
 // A copy whose buffer could not be allocated has no content either.
-static bool holdsIds(const Internal_ResultSetToken_t *rs) { return hasEyecatcher(rs->rsBuffPtr, ID_SET_EYECATCHER); }
-static bool holdsStats(const Internal_ResultSetToken_t *rs) { return hasEyecatcher(rs->rsBuffPtr, STAT_SET_EYECATCHER); }
+static bool holdsIds(const Internal_ResultSetToken_t *rs)
+{
+    return hasEyecatcher(rs->rsBuffPtr, ID_SET_EYECATCHER);
+}
+static bool holdsStats(const Internal_ResultSetToken_t *rs)
+{
+    return hasEyecatcher(rs->rsBuffPtr, STAT_SET_EYECATCHER);
+}
 
 int getFirstId(RIX_ResultSetToken_t rsPtr, RIX_IdData_t *idDataPtr)
 {
@@ -263,7 +283,8 @@ int getFirstStat(RIX_ResultSetToken_t rsPtr, RIX_StatData_t *statDataPtr)
 {
     int rc = stapiInit();
     ENTRY(1156, "API.getFirstStat(rsPtr=%p,statDataPtr=%p)\n", ptr(rsPtr), ptr(statDataPtr));
-    if (rc == STAPI_OK) rc = firstMissing({{rsPtr, STAPI_NULL_RESULT_SET_TOKEN}, {statDataPtr, STAPI_NULL_STAT_DATA_PTR}});
+    if (rc == STAPI_OK)
+        rc = firstMissing({{rsPtr, STAPI_NULL_RESULT_SET_TOKEN}, {statDataPtr, STAPI_NULL_STAT_DATA_PTR}});
     if (rc == STAPI_OK && !holdsStats(rsPtr)) {
         rc = STAPI_UNRECOGNISED_CONTENT;
         EXC(1157, "API.getFirstStat Resultset does not contain statistics\n");
@@ -278,7 +299,8 @@ int getNextStat(RIX_ResultSetToken_t rsPtr, RIX_StatData_t *statDataPtr)
 {
     int rc = stapiInit();
     ENTRY(1159, "API.getNextStat(rsPtr=%p,statDataPtr=%p)\n", ptr(rsPtr), ptr(statDataPtr));
-    if (rc == STAPI_OK) rc = firstMissing({{rsPtr, STAPI_NULL_RESULT_SET_TOKEN}, {statDataPtr, STAPI_NULL_STAT_DATA_PTR}});
+    if (rc == STAPI_OK)
+        rc = firstMissing({{rsPtr, STAPI_NULL_RESULT_SET_TOKEN}, {statDataPtr, STAPI_NULL_STAT_DATA_PTR}});
     if (rc == STAPI_OK && !holdsStats(rsPtr)) {
         rc = STAPI_UNRECOGNISED_CONTENT;
         EXC(1160, "API.getNextStat Resultset does not contain statistics\n");

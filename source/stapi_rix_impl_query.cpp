@@ -12,7 +12,7 @@ typedef struct _QueryCall
     const char *subject;                                  // what is being got, for the EVENT line
     int (*commsAll)(int, char **, int *);                 // of a call without a query text
     int (*commsByIds)(int, char **, int *, const char *); // of a call with one
-    int allPoint, byIdsPoint;                             // of the EVENT line of such a call; 0 in one of the other kind
+    int allPoint, byIdsPoint; // of the EVENT line of such a call; 0 in one of the other kind
     int resultPoint, noBufferPoint, removePoint;
     int bufferPoint; // of a line with the buffer's address; 0: the call has none
 } QueryCall;
@@ -33,14 +33,14 @@ static const QueryCall STATS_BY_GROUP = {"getStatsByStatGroupId", "Getting Stats
                                          nullptr, commsStatsByStatGroupId, 0, 1132, 1036, 1037, 1038, 0};
 // clang-format on
 
-static int exchange(const QueryCall &call, Internal_GatewayToken_t *gwTok, Internal_ResultSetToken_t *rs)
+static int exchange(const QueryCall &call, int socketDescriptor, const char *query, char **buffer, int *bufferLen)
 {
     if (call.commsAll != nullptr) {
         EVENT(call.allPoint, "API.%s %s\n", call.name, call.subject);
-        return call.commsAll(gwTok->socketDescriptor, &gwTok->resultSetBuf, &gwTok->resultSetBufLen);
+        return call.commsAll(socketDescriptor, buffer, bufferLen);
     }
-    EVENT(call.byIdsPoint, "API.%s %s %s\n", call.name, call.subject, rs->queryString);
-    return call.commsByIds(gwTok->socketDescriptor, &gwTok->resultSetBuf, &gwTok->resultSetBufLen, rs->queryString);
+    EVENT(call.byIdsPoint, "API.%s %s %s\n", call.name, call.subject, query);
+    return call.commsByIds(socketDescriptor, buffer, bufferLen, query);
 }
 
 // The exchange may have moved the buffer; the walk starts over, whatever came of it.
@@ -57,11 +57,15 @@ static int fillResultSet(const QueryCall &call, Internal_GatewayToken_t *gwTok, 
 {
     Internal_ResultSetToken_t *rs = gwTok->connRSPtr;
     if (gwTok->resultSetBuf == nullptr) {
-        EXC(call.noBufferPoint, "API.%s(gwTok=%p) resultSetBuf is NULL. Connection may have gone.\n", call.name, ptr(gwTok));
+        EXC(call.noBufferPoint, "API.%s(gwTok=%p) resultSetBuf is NULL. Connection may have gone.\n", call.name,
+            ptr(gwTok));
         return STAPI_NO_RESULT_SET_BUFFER;
     }
     if (call.commsByIds != nullptr && dup2ASCIIString(query, &rs->queryString) != 0) return STAPI_NO_MEMORY;
-    const int rc = exchange(call, gwTok, rs);
+    char *buffer = gwTok->resultSetBuf;
+    int bufferLen = gwTok->resultSetBufLen;
+    const int rc = exchange(call, gwTok->socketDescriptor, rs->queryString, &buffer, &bufferLen);
+    setResultSetBuffer(gwTok, buffer, bufferLen);
     DEBUG(call.resultPoint, "API.%s() result set pointer (%p)\n", call.name, ptr(rs));
     if (call.bufferPoint != 0)
         DEBUG(call.bufferPoint, "API.%s() result set buffer (%p)\n", call.name, ptr(gwTok->resultSetBuf));
@@ -69,17 +73,24 @@ static int fillResultSet(const QueryCall &call, Internal_GatewayToken_t *gwTok, 
     return rc;
 }
 
-// The work of a query call behind its argument checks. query: null for a call without a query text.
-static int runQuery(const QueryCall &call, RIX_GatewayToken_t gwTok, const char *query, RIX_ResultSetToken_t *rsPtr)
+// The work of a query call behind its argument checks. query: null for a call without a query text. gwTokPtr: the
+// call's own copy of the handle, null after the connection was removed; the caller's stays as it is and is refused from
+// now on.
+static int runQuery(const QueryCall &call, RIX_GatewayToken_t *gwTokPtr, const char *query, RIX_ResultSetToken_t *rsPtr)
 {
-    int rc = verifyGatewayToken(gwTok);
+    int rc = verifyGatewayToken(*gwTokPtr);
     if (rc != STAPI_OK) return rc;
-    rc = fillResultSet(call, gwTok, query);
-    if (rc == STAPI_OK) *rsPtr = gwTok->connRSPtr;
+    rc = fillResultSet(call, *gwTokPtr, query);
+    const RIX_ResultSetToken_t rs = (*gwTokPtr)->connRSPtr;
     if (rc == STAPI_COMMS_FAILURE || rc == STAPI_GATEWAY_EXCHANGE_FAILED) {
-        EVENT(call.removePoint, "API.%s Removing GatewayToken %p due to comms failure %d\n", call.name, ptr(gwTok), rc);
-        deleteGatewayToken(&gwTok, 1); // the caller's handle stays as it is and is refused from now on
+        EVENT(call.removePoint, "API.%s Removing GatewayToken %p due to comms failure %d\n", call.name, ptr(*gwTokPtr),
+              rc);
+        removeGatewayTokenInUse(gwTokPtr);
+        return rc;
     }
+    const int endRc = endGatewayTokenUse(gwTokPtr);
+    if (rc == STAPI_OK) rc = endRc;
+    if (rc == STAPI_OK) *rsPtr = rs;
     return rc;
 }
 
@@ -89,7 +100,7 @@ int getResourceGroupIds(RIX_GatewayToken_t gwTok, RIX_ResultSetToken_t *resGrpId
     ENTRY(1009, "API.getResourceGroupIds(gwTok=%p resGrpIdRSPtr=%p)\n", ptr(gwTok), ptr(resGrpIdRSPtr));
     if (rc == STAPI_OK)
         rc = firstMissing({{gwTok, STAPI_NULL_GATEWAY_TOKEN}, {resGrpIdRSPtr, STAPI_NULL_RESULT_SET_PTR}});
-    if (rc == STAPI_OK) rc = runQuery(RESOURCE_GROUP_IDS, gwTok, nullptr, resGrpIdRSPtr);
+    if (rc == STAPI_OK) rc = runQuery(RESOURCE_GROUP_IDS, &gwTok, nullptr, resGrpIdRSPtr);
     EXIT(1014, "API.getResourceGroupIds() rc=%d\n", rc);
     return rc;
 }
@@ -97,13 +108,13 @@ int getResourceGroupIds(RIX_GatewayToken_t gwTok, RIX_ResultSetToken_t *resGrpId
 int getStatIdsByStatGroupId(RIX_GatewayToken_t gwTok, const char *providerIdsPtr, RIX_ResultSetToken_t *statIdRSPtr)
 {
     int rc = stapiInit();
-    ENTRY(1015, "API.getStatIdsByStatGroupId(gwTok=%p,providerIdsPtr=%p,statIdRsPtr=%p)\n", ptr(gwTok), ptr(providerIdsPtr),
-          ptr(statIdRSPtr));
+    ENTRY(1015, "API.getStatIdsByStatGroupId(gwTok=%p,providerIdsPtr=%p,statIdRsPtr=%p)\n", ptr(gwTok),
+          ptr(providerIdsPtr), ptr(statIdRSPtr));
     if (rc == STAPI_OK)
         rc = firstMissing({{gwTok, STAPI_NULL_GATEWAY_TOKEN},
                            {providerIdsPtr, STAPI_NULL_QUERY_STRING},
                            {statIdRSPtr, STAPI_NULL_RESULT_SET_PTR}});
-    if (rc == STAPI_OK) rc = runQuery(STAT_IDS_BY_GROUP, gwTok, providerIdsPtr, statIdRSPtr);
+    if (rc == STAPI_OK) rc = runQuery(STAT_IDS_BY_GROUP, &gwTok, providerIdsPtr, statIdRSPtr);
     EXIT(1019, "API.getStatIdsByStatGroupId(gwTok=%p,query=%s,rs=%p) rc=%d\n", ptr(gwTok), textOrNull(providerIdsPtr),
          ptr(statIdRSPtr), rc);
     return rc;
@@ -113,8 +124,9 @@ int getStatIds(RIX_GatewayToken_t gwTok, RIX_ResultSetToken_t *statIdRSPtr)
 {
     int rc = stapiInit();
     ENTRY(1020, "API.getStatIds(gwTok=%p,rs=%p)\n", ptr(gwTok), ptr(statIdRSPtr));
-    if (rc == STAPI_OK) rc = firstMissing({{gwTok, STAPI_NULL_GATEWAY_TOKEN}, {statIdRSPtr, STAPI_NULL_RESULT_SET_PTR}});
-    if (rc == STAPI_OK) rc = runQuery(STAT_IDS, gwTok, nullptr, statIdRSPtr);
+    if (rc == STAPI_OK)
+        rc = firstMissing({{gwTok, STAPI_NULL_GATEWAY_TOKEN}, {statIdRSPtr, STAPI_NULL_RESULT_SET_PTR}});
+    if (rc == STAPI_OK) rc = runQuery(STAT_IDS, &gwTok, nullptr, statIdRSPtr);
     EXIT(1024, "API.getStatIds(gwTok=%p,rs=%p) rc=%d\n", ptr(gwTok), ptr(statIdRSPtr), rc);
     return rc;
 }
@@ -124,7 +136,7 @@ int getStats(RIX_GatewayToken_t gwTok, RIX_ResultSetToken_t *statRSPtr)
     int rc = stapiInit();
     ENTRY(1025, "API.getStats(gwTok=%p,statRSPtr=%p)\n", ptr(gwTok), ptr(statRSPtr));
     if (rc == STAPI_OK) rc = firstMissing({{gwTok, STAPI_NULL_GATEWAY_TOKEN}, {statRSPtr, STAPI_NULL_RESULT_SET_PTR}});
-    if (rc == STAPI_OK) rc = runQuery(STATS, gwTok, nullptr, statRSPtr);
+    if (rc == STAPI_OK) rc = runQuery(STATS, &gwTok, nullptr, statRSPtr);
     EXIT(1029, "API.getStats(gwTok=%p,rs=%p) rc=%d\n", ptr(gwTok), ptr(statRSPtr), rc);
     return rc;
 }
@@ -132,12 +144,13 @@ int getStats(RIX_GatewayToken_t gwTok, RIX_ResultSetToken_t *statRSPtr)
 int getStatsByStatId(RIX_GatewayToken_t gwTok, const char *statIdsPtr, RIX_ResultSetToken_t *statRSPtr)
 {
     int rc = stapiInit();
-    ENTRY(1030, "API.getStatsByStatId(gwTok=%p,statIdsPtr=%p,statRSPtr=%p)\n", ptr(gwTok), ptr(statIdsPtr), ptr(statRSPtr));
+    ENTRY(1030, "API.getStatsByStatId(gwTok=%p,statIdsPtr=%p,statRSPtr=%p)\n", ptr(gwTok), ptr(statIdsPtr),
+          ptr(statRSPtr));
     if (rc == STAPI_OK)
         rc = firstMissing({{gwTok, STAPI_NULL_GATEWAY_TOKEN},
                            {statIdsPtr, STAPI_NULL_QUERY_STRING},
                            {statRSPtr, STAPI_NULL_RESULT_SET_PTR}});
-    if (rc == STAPI_OK) rc = runQuery(STATS_BY_ID, gwTok, statIdsPtr, statRSPtr);
+    if (rc == STAPI_OK) rc = runQuery(STATS_BY_ID, &gwTok, statIdsPtr, statRSPtr);
     EXIT(1034, "API.getStatsByStatId(gwTok=%p,statIdsPtr=%p,statRSPtr=%p) rc=%d\n", ptr(gwTok), ptr(statIdsPtr),
          ptr(statRSPtr), rc);
     return rc;
@@ -152,8 +165,8 @@ int getStatsByStatGroupId(RIX_GatewayToken_t gwTok, const char *providerIdPtr, R
         rc = firstMissing({{gwTok, STAPI_NULL_GATEWAY_TOKEN},
                            {providerIdPtr, STAPI_NULL_QUERY_STRING},
                            {statRSPtr, STAPI_NULL_RESULT_SET_PTR}});
-    if (rc == STAPI_OK) rc = runQuery(STATS_BY_GROUP, gwTok, providerIdPtr, statRSPtr);
-    EXIT(1039, "API.getStatsByStatGroupId(gwTok=%p,providerIdPtr=%p,statRSPtr=%p) rc=%d\n", ptr(gwTok), ptr(providerIdPtr),
-         ptr(statRSPtr), rc);
+    if (rc == STAPI_OK) rc = runQuery(STATS_BY_GROUP, &gwTok, providerIdPtr, statRSPtr);
+    EXIT(1039, "API.getStatsByStatGroupId(gwTok=%p,providerIdPtr=%p,statRSPtr=%p) rc=%d\n", ptr(gwTok),
+         ptr(providerIdPtr), ptr(statRSPtr), rc);
     return rc;
 }

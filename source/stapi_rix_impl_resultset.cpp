@@ -69,7 +69,8 @@ static int buildQuery(Internal_ResultSetToken_t *rs, QueryText *query, char **id
     if (query->length == 0) return STAPI_NO_IDS_FOR_QUERY;
     memcpy(rs->validatedQueryPtr, query->text, static_cast<size_t>(query->length) + 1);
     *idQueryStringPtr = rs->validatedQueryPtr;
-    EVENT(1141, "API.getIdQuery Created query string %s from results in result set token %p\n", *idQueryStringPtr, ptr(rs));
+    EVENT(1141, "API.getIdQuery Created query string %s from results in result set token %p\n", *idQueryStringPtr,
+          ptr(rs));
     return STAPI_OK;
 }
 
@@ -119,7 +120,8 @@ static int copyBuffer(const Internal_ResultSetToken_t *source, Internal_ResultSe
     target->category = source->category;
     memcpy(target->rsBuffPtr, source->rsBuffPtr, static_cast<size_t>(size));
     memset(target->rsBuffPtr + size, 0, RESULT_SET_SPARE);
-    EVENT(1135, "API.copyResultSet Copied resultsetbuffer from %p to %p\n", ptr(source->rsBuffPtr), ptr(target->rsBuffPtr));
+    EVENT(1135, "API.copyResultSet Copied resultsetbuffer from %p to %p\n", ptr(source->rsBuffPtr),
+          ptr(target->rsBuffPtr));
     return STAPI_OK;
 }
 

@@ -15,14 +15,17 @@ static const char BUILD_LEVEL[] = "d1010-20240618-1931";
 // it, on purpose: until a file has been set, each switch from off to on writes the header again.
 static int traceHeaderWrite = 0;
 
-static int currentLevel() { return statAPITrace.load(std::memory_order_relaxed); }
+static int currentLevel()
+{
+    return statAPITrace.load(std::memory_order_relaxed);
+}
 
 // traceLock is held.
 static void writeTraceHeader()
 {
     getTraceDate(dateBuf);
-    fprintf(statAPITraceHandle, "*** %s YST Vendral Gateway RIXSTATS DLL trace V%s API V%s Build Level %s ***\n", dateBuf,
-            PRODUCT_VERSION, API_VERSION, BUILD_LEVEL);
+    fprintf(statAPITraceHandle, "*** %s YST Vendral Gateway RIXSTATS DLL trace V%s API V%s Build Level %s ***\n",
+            dateBuf, PRODUCT_VERSION, API_VERSION, BUILD_LEVEL);
     fflush(statAPITraceHandle);
 }
 
@@ -150,8 +153,8 @@ int dumpState()
     if (traceOn(Line::entry)) traceLineStaleStamp(Line::entry, 1106, "API.dumpState()\n");
     if (rc == STAPI_OK) {
         requestLock(&traceLock);
-        fprintf(statAPITraceHandle, "rixstats state dump: API Version=%s Trace Level=%d statAPITraceFile=%s\n", API_VERSION,
-                currentLevel(), statAPITraceFilename);
+        fprintf(statAPITraceHandle, "rixstats state dump: API Version=%s Trace Level=%d statAPITraceFile=%s\n",
+                API_VERSION, currentLevel(), statAPITraceFilename);
         fflush(statAPITraceHandle);
         releaseLock(&traceLock);
         dumpGatewayTokens();

@@ -1,6 +1,6 @@
 // One mutex in a record that knows whether it has been initialised. Guards everything the library shares between
-// threads: the trace facility and the list of connections. Calls nothing but POSIX threads and the trace facility, whose
-// lines it writes without the trace lock, because the trace facility locks with these very operations.
+// threads: the trace facility and the list of connections. Calls nothing but POSIX threads and the trace facility,
+// whose lines it writes without the trace lock, because the trace facility locks with these very operations.
 #ifndef STAPI_RIX_LOCK_H
 #define STAPI_RIX_LOCK_H
 

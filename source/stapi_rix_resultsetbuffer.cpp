@@ -13,7 +13,10 @@ char *newResultSetArea(int size)
     return static_cast<char *>(calloc(1, static_cast<size_t>(size) + RESULT_SET_SPARE));
 }
 
-static void storeWord(char *cursor, int word) { memcpy(cursor, &word, sizeof word); }
+static void storeWord(char *cursor, int word)
+{
+    memcpy(cursor, &word, sizeof word);
+}
 
 int addIdStr(char **bufWPtr, const char *idString)
 {
@@ -35,7 +38,8 @@ int addIdStr(char **bufWPtr, const char *idString)
         char *const textAt = lengthAt + sizeof length;
         DEBUG(2105, "stapi_rix_resultsetbuffer.addIdStr Before writing id string, write cursor=%p\n", ptr(textAt));
         memcpy(textAt, idString, static_cast<size_t>(length) + 1); // the next write overwrites the zero byte
-        DEBUG(2106, "stapi_rix_resultsetbuffer.addIdStr Wrote string %s len %u to address %p, first char reads back as %c\n",
+        DEBUG(2106,
+              "stapi_rix_resultsetbuffer.addIdStr Wrote string %s len %u to address %p, first char reads back as %c\n",
               idString, static_cast<unsigned>(length), ptr(textAt), *textAt);
         *bufWPtr = textAt + length;
     }
@@ -47,10 +51,12 @@ int addIdStr(char **bufWPtr, const char *idString)
 int addInteger(char **bufWPtr, int rsInt)
 {
     int rixStatRc = STAPI_OK;
-    ENTRY(2108, "stapi_rix_resultsetbuffer.addInteger(&bufWPtr=%p,rsInt=%u)\n", ptr(bufWPtr), static_cast<unsigned>(rsInt));
+    ENTRY(2108, "stapi_rix_resultsetbuffer.addInteger(&bufWPtr=%p,rsInt=%u)\n", ptr(bufWPtr),
+          static_cast<unsigned>(rsInt));
     if (*bufWPtr == nullptr) {
         rixStatRc = STAPI_NULL_ARGUMENT;
-        EXC(2109, "stapi_rix_resultsetbuffer.addInteger(&bufWPtr=%p) function received a null parameter\n", ptr(bufWPtr));
+        EXC(2109, "stapi_rix_resultsetbuffer.addInteger(&bufWPtr=%p) function received a null parameter\n",
+            ptr(bufWPtr));
     } else {
         storeWord(*bufWPtr, rsInt);
         *bufWPtr += sizeof rsInt;
@@ -76,8 +82,8 @@ int addChars(char **bufWPtr, const char *textPtr, int charCount)
         rixStatRc = STAPI_NULL_ARGUMENT;
         EXC(2112, "stapi_rix_resultsetbuffer.addChars(&bufWPtr=%p) function received a null parameter\n", ptr(bufWPtr));
     } else {
-        DEBUG(2114, "stapi_rix_resultsetbuffer.addChars() using memcpy() on writeCursor(%p) charCount(%d)\n", ptr(*bufWPtr),
-              charCount);
+        DEBUG(2114, "stapi_rix_resultsetbuffer.addChars() using memcpy() on writeCursor(%p) charCount(%d)\n",
+              ptr(*bufWPtr), charCount);
         storeChars(bufWPtr, textPtr, charCount);
     }
     EXIT(2115, "stapi_rix_resultsetbuffer.addChars(&bufWPtr=%p,textPtr=%p) rixStatRc=%u\n", ptr(bufWPtr), ptr(textPtr),
@@ -96,7 +102,8 @@ int addPlatformChars(char **bufWPtr, const char *textPtr, int charCount)
         EXC(2117, "stapi_rix_resultsetbuffer.addPlatformChars(&bufWPtr=%p) function received a null parameter\n",
             ptr(bufWPtr));
     } else {
-        DEBUG(2118, "stapi_rix_resultsetbuffer.addPlatformChars() writeCursor(%p) charCount(%d) \n", ptr(*bufWPtr), charCount);
+        DEBUG(2118, "stapi_rix_resultsetbuffer.addPlatformChars() writeCursor(%p) charCount(%d) \n", ptr(*bufWPtr),
+              charCount);
         storeChars(bufWPtr, textPtr, charCount);
     }
     EXIT(2119, "stapi_rix_resultsetbuffer.addPlatformChars(&bufWPtr=%p,textPtr=%p) rixStatRc=%u\n", ptr(bufWPtr),
@@ -126,7 +133,8 @@ int checkTerminator(const char *dataCursorPtr, int *isRSTermPtr)
           ptr(isRSTermPtr));
     if (dataCursorPtr == nullptr || isRSTermPtr == nullptr) {
         rixStatRc = STAPI_NULL_ARGUMENT;
-        EXC(2124, "stapi_rix_resultsetbuffer.checkTerminator(dataCursor=%p, isRSTermPtr=%p) function received a null parameter\n",
+        EXC(2124,
+            "stapi_rix_resultsetbuffer.checkTerminator(dataCursor=%p, isRSTermPtr=%p) function received a null parameter\n",
             ptr(dataCursorPtr), ptr(isRSTermPtr));
     } else {
         *isRSTermPtr = wordAt(dataCursorPtr) == RESULT_SET_TERMINATOR ? 1 : 0;

@@ -25,7 +25,7 @@ constexpr char STAT_SET_EYECATCHER[] = "RIXSTSET";
 int addInteger(char **bufWPtr, int rsInt);
 int addChars(char **bufWPtr, const char *textPtr, int charCount);
 int addPlatformChars(char **bufWPtr, const char *textPtr, int charCount); // text of this platform's own character set
-int addIdStr(char **bufWPtr, const char *idString);                       // length, text, and a zero byte to be overwritten
+int addIdStr(char **bufWPtr, const char *idString); // length, text, and a zero byte to be overwritten
 int addTerminator(char *writeCursor);
 
 // *isRSTermPtr: 1 if the terminator stands at the cursor, else 0.

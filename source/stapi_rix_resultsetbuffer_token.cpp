@@ -6,7 +6,7 @@
 
 namespace rixstats {
 
-// A record with its text area, zeroed; null if there is no memory for both.
+// A zeroed record; null if there is no memory.
 static Internal_ResultSetToken_t *allocateToken()
 {
     const int size = static_cast<int>(sizeof(Internal_ResultSetToken_t));
@@ -22,7 +22,8 @@ static Internal_ResultSetToken_t *allocateToken()
 static char *allocateQueryText()
 {
     char *text = static_cast<char *>(calloc(1, QUERY_TEXT_SIZE));
-    DEBUG(2130, "stapi_rix_resultsetbuffer.createResultSet Called malloc for %d bytes. rc=%p\n", QUERY_TEXT_SIZE, ptr(text));
+    DEBUG(2130, "stapi_rix_resultsetbuffer.createResultSet Called malloc for %d bytes. rc=%p\n", QUERY_TEXT_SIZE,
+          ptr(text));
     // Names the size of the record, not that of the text area, on purpose.
     if (text == nullptr)
         EXC(2131, "stapi_rix_resultsetbuffer.createResultSet Failed to allocate %d bytes\n",
@@ -60,8 +61,8 @@ int createResultSet(RIX_ResultSetToken_t *newRsTokPtr, const char *eyecatcher, i
         rixStatRc = STAPI_BAD_RESULT_SET_OWNER;
     else
         rixStatRc = newToken(newRsTokPtr, eyecatcher, owner);
-    EXIT(2132, "stapi_rix_resultsetbuffer.createResultSet(&newRsTokPtr=%p,eyecatcher=%p,owner=%X) rc=%d\n", ptr(newRsTokPtr),
-         ptr(eyecatcher), static_cast<unsigned>(owner), rixStatRc);
+    EXIT(2132, "stapi_rix_resultsetbuffer.createResultSet(&newRsTokPtr=%p,eyecatcher=%p,owner=%X) rc=%d\n",
+         ptr(newRsTokPtr), ptr(eyecatcher), static_cast<unsigned>(owner), rixStatRc);
     return rixStatRc;
 }
 
@@ -118,8 +119,8 @@ int dumpResultSetInternal(const Internal_ResultSetToken_t *rsPtr)
         rixStatRc = STAPI_NULL_ARGUMENT;
     else
         bytesDumped = writeDump(rsPtr);
-    EXIT(2140, "stapi_rix_resultsetbuffer.dumpResultSetInternal(rsPtr=%p) bytes dumped=%d rc=%d\n", ptr(rsPtr), bytesDumped,
-         rixStatRc);
+    EXIT(2140, "stapi_rix_resultsetbuffer.dumpResultSetInternal(rsPtr=%p) bytes dumped=%d rc=%d\n", ptr(rsPtr),
+         bytesDumped, rixStatRc);
     return rixStatRc;
 }
 

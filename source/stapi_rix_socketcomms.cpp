@@ -185,7 +185,8 @@ static int exchange(int socketDesc, int datalen, char **data, const char *reques
         if (header->datalength > 0)
             rc = readReplyBody(socketDesc, data, header, reasons);
         else
-            DEBUG(3237, "stapi_rix_socketcomms.flow Managed to read in whole response in one go. data=0x%p\n", ptr(*data));
+            DEBUG(3237, "stapi_rix_socketcomms.flow Managed to read in whole response in one go. data=0x%p\n",
+                  ptr(*data));
     }
     if (rc == 0 && header->gatewayRc != 0) {
         reasons->gatewayRc = header->gatewayRc;
@@ -197,17 +198,21 @@ static int exchange(int socketDesc, int datalen, char **data, const char *reques
     return rc;
 }
 
-int flow(int socketDesc, int datalen, char **data, const char *requestName, GatewayRequest *header, ReasonCodes *reasons)
+int flow(int socketDesc, int datalen, char **data, const char *requestName, GatewayRequest *header,
+         ReasonCodes *reasons)
 {
-    ENTRY(3225, "stapi_rix_socketcomms.flow(socketDesc=%d, datalen=%d, data=%p, requestName=%.24s, header=%p, reasons=%p)\n",
+    ENTRY(3225,
+          "stapi_rix_socketcomms.flow(socketDesc=%d, datalen=%d, data=%p, requestName=%.24s, header=%p, reasons=%p)\n",
           socketDesc, datalen, ptr(data), requestName, ptr(header), ptr(reasons));
     if (datalen <= 0 || data == nullptr) {
         EXC(3227, "stapi_rix_socketcomms.flow No data to flow!!\n");
         return -1;
     }
     const int rc = exchange(socketDesc, datalen, data, requestName, header, reasons);
-    EXIT(3238, "stapi_rix_socketcomms.flow(socketDesc=%d, datalen=%d, data=%p, requestName=%.24s, header=%p, reasons=%p) rc=%d\n",
-         socketDesc, datalen, ptr(data), requestName, ptr(header), ptr(reasons), rc);
+    EXIT(
+        3238,
+        "stapi_rix_socketcomms.flow(socketDesc=%d, datalen=%d, data=%p, requestName=%.24s, header=%p, reasons=%p) rc=%d\n",
+        socketDesc, datalen, ptr(data), requestName, ptr(header), ptr(reasons), rc);
     return rc;
 }
 

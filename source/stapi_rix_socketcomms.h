@@ -2,8 +2,8 @@
 // control flows greet a gateway and take leave of it, the admin flow carries the management-bean calls. Calls the trace
 // facility alone.
 //
-// Flow results: 0; -1 nothing was sent or waiting failed; STAPI_NO_MEMORY; STAPI_GATEWAY_EXCHANGE_FAILED the reply could
-// not be read or is malformed; or the gateway's own non-zero result from the reply header.
+// Flow results: 0; -1 nothing was sent or waiting failed; STAPI_NO_MEMORY; STAPI_GATEWAY_EXCHANGE_FAILED the reply
+// could not be read or is malformed; or the gateway's own non-zero result from the reply header.
 #ifndef STAPI_RIX_SOCKETCOMMS_H
 #define STAPI_RIX_SOCKETCOMMS_H
 
@@ -100,10 +100,14 @@ int readFromSocket(int socketDesc, int dataSize, char *dataBuf, int *received);
 // Sends the datalen bytes at *data and reads the reply: its header into *header, its body into a new *data (the old one
 // is freed; without a body the request stays there). header->datalength becomes the number of body bytes that came.
 // The caller frees *data in every case.
-int flow(int socketDesc, int datalen, char **data, const char *requestName, GatewayRequest *header, ReasonCodes *reasons);
+int flow(int socketDesc, int datalen, char **data, const char *requestName, GatewayRequest *header,
+         ReasonCodes *reasons);
 
 // The body that flow() left for the caller: empty if the reply had none.
-inline Reader replyBody(const char *data, const GatewayRequest *header) { return readerOf(data, header->datalength); }
+inline Reader replyBody(const char *data, const GatewayRequest *header)
+{
+    return readerOf(data, header->datalength);
+}
 
 int flowHandshakeRequest(int socketDesc, ReasonCodes *reasons);
 int flowCloseRequest(int socketDesc, ReasonCodes *reasons);

@@ -44,7 +44,8 @@ static int copyCallData(Reader in, AdminRequest *request)
 {
     const int size = request->header.datalength - ADMIN_REPLY_HEAD_SIZE;
     request->callData = static_cast<char *>(calloc(1, size > 0 ? static_cast<size_t>(size) : 1));
-    DEBUG(3203, "stapi_rix_socketcomms.flowAdminRequest Called malloc for %d bytes. rc=%p\n", size, ptr(request->callData));
+    DEBUG(3203, "stapi_rix_socketcomms.flowAdminRequest Called malloc for %d bytes. rc=%p\n", size,
+          ptr(request->callData));
     if (request->callData == nullptr) {
         EXC(3204, "stapi_rix_socketcomms.flowAdminRequestFailed to allocate %d bytes.\n", request->header.datalength);
         return STAPI_NO_MEMORY;
@@ -61,7 +62,8 @@ static int readAdminReply(Reader in, AdminRequest *request, ReasonCodes *reasons
     if (in.bad) return STAPI_GATEWAY_EXCHANGE_FAILED;
     if (request->adminRc != 0) {
         // It speaks of an authorisation, on purpose: support people know the line by these words.
-        EXC(3206, "stapi_rix_socketcomms.flowAdminRequest Auth Request returned an error AuthRc=%d\n", request->adminRc);
+        EXC(3206, "stapi_rix_socketcomms.flowAdminRequest Auth Request returned an error AuthRc=%d\n",
+            request->adminRc);
         reasons->adminRc = request->adminRc;
         return FLOW_ADMIN_REFUSED;
     }
@@ -81,7 +83,7 @@ static int readAdminReply(Reader in, AdminRequest *request, ReasonCodes *reasons
 static int exchangeAdmin(int socketDesc, AdminRequest *request, ReasonCodes *reasons)
 {
     const int requestSize = request->header.datalength + request->header.requestTypeLength + FLOW_HEADER_SIZE;
-    char *data = static_cast<char *>(malloc(static_cast<size_t>(requestSize)));
+    char *data = static_cast<char *>(calloc(1, static_cast<size_t>(requestSize)));
     DEBUG(3201, "stapi_rix_socketcomms.flowAdminRequest Called malloc for %d bytes. rc=%p\n", requestSize, ptr(data));
     if (data == nullptr) {
         EXC(3202, "stapi_rix_socketcomms.flowAdminRequestFailed to allocate %d bytes.\n", requestSize);

@@ -23,8 +23,8 @@ typedef struct _BaseFlow
 // The client's language and country, each with its length, then ten zero bytes.
 static const unsigned char HANDSHAKE_BODY[18] = {0, 2, 'e', 'n', 0, 2, 'G', 'B'};
 
-static const BaseFlow HANDSHAKE = {"flowHandshakeRequest", FLOW_TYPE_HANDSHAKE, 0,   HANDSHAKE_BODY,
-                                   sizeof HANDSHAKE_BODY,  3215,                3217, 3219};
+static const BaseFlow HANDSHAKE = {
+    "flowHandshakeRequest", FLOW_TYPE_HANDSHAKE, 0, HANDSHAKE_BODY, sizeof HANDSHAKE_BODY, 3215, 3217, 3219};
 static const BaseFlow CLOSE = {"flowCloseRequest", FLOW_TYPE_CLOSE, -1, nullptr, 0, 3220, 3222, 3224};
 
 static int exchangeBase(const BaseFlow &base, int socketDesc, ReasonCodes *reasons)
@@ -32,7 +32,7 @@ static int exchangeBase(const BaseFlow &base, int socketDesc, ReasonCodes *reaso
     GatewayRequest header = newRequestHeader(base.flowType, "BASE", base.bodyLength);
     header.messageId = base.messageId;
     const int requestSize = base.bodyLength + header.requestTypeLength + FLOW_HEADER_SIZE;
-    char *data = static_cast<char *>(malloc(static_cast<size_t>(requestSize)));
+    char *data = static_cast<char *>(calloc(1, static_cast<size_t>(requestSize)));
     if (data == nullptr) {
         EXC(base.noMemoryPoint, "stapi_rix_socketcomms.%sFailed to allocate %d bytes.\n", base.name, requestSize);
         return STAPI_NO_MEMORY;
@@ -47,16 +47,23 @@ static int exchangeBase(const BaseFlow &base, int socketDesc, ReasonCodes *reaso
 
 static int flowBaseRequest(const BaseFlow &base, int socketDesc, ReasonCodes *reasons)
 {
-    ENTRY(base.entryPoint, "stapi_rix_socketcomms.%s(socketDesc=%d, *reasons=%p)\n", base.name, socketDesc, ptr(reasons));
+    ENTRY(base.entryPoint, "stapi_rix_socketcomms.%s(socketDesc=%d, *reasons=%p)\n", base.name, socketDesc,
+          ptr(reasons));
     const int rc = exchangeBase(base, socketDesc, reasons);
     EXIT(base.exitPoint, "stapi_rix_socketcomms.%s(socketDesc=%d, *reasons=%p) rc=%d\n", base.name, socketDesc,
          ptr(reasons), rc);
     return rc;
 }
 
-int flowHandshakeRequest(int socketDesc, ReasonCodes *reasons) { return flowBaseRequest(HANDSHAKE, socketDesc, reasons); }
+int flowHandshakeRequest(int socketDesc, ReasonCodes *reasons)
+{
+    return flowBaseRequest(HANDSHAKE, socketDesc, reasons);
+}
 
-int flowCloseRequest(int socketDesc, ReasonCodes *reasons) { return flowBaseRequest(CLOSE, socketDesc, reasons); }
+int flowCloseRequest(int socketDesc, ReasonCodes *reasons)
+{
+    return flowBaseRequest(CLOSE, socketDesc, reasons);
+}
 
 static void writeAuthRequest(const AuthRequest *request, Writer &out)
 {
@@ -92,7 +99,7 @@ static int readAuthReply(Reader in, AuthRequest *request, ReasonCodes *reasons)
 static int exchangeAuth(int socketDesc, AuthRequest *request, ReasonCodes *reasons)
 {
     const int requestSize = request->header.datalength + request->header.requestTypeLength + FLOW_HEADER_SIZE;
-    char *data = static_cast<char *>(malloc(static_cast<size_t>(requestSize)));
+    char *data = static_cast<char *>(calloc(1, static_cast<size_t>(requestSize)));
     if (data == nullptr) {
         EXC(3211, "stapi_rix_socketcomms.flowAuthRequestFailed to allocate %d bytes.\n", requestSize);
         return STAPI_NO_MEMORY;

@@ -29,7 +29,10 @@ inline int initSocketSet(SocketSet *set, int socketDesc)
     return 0;
 }
 
-inline fd_set *fdSetOf(SocketSet *set) { return reinterpret_cast<fd_set *>(set->words); }
+inline fd_set *fdSetOf(SocketSet *set)
+{
+    return reinterpret_cast<fd_set *>(set->words);
+}
 
 inline bool isInSocketSet(const SocketSet *set, int socketDesc)
 {

@@ -11,18 +11,21 @@ namespace rixstats {
 
 int getInitAdminRequest(int socketDesc, AdminRequest *admin, ReasonCodes *reasons)
 {
-    ENTRY(2214, "stapi_rix_statcomms.getInitAdminRequest(socketDesc=%d, admin=%p, reasons=%p)\n", socketDesc, ptr(admin),
-          ptr(reasons));
+    ENTRY(2214, "stapi_rix_statcomms.getInitAdminRequest(socketDesc=%d, admin=%p, reasons=%p)\n", socketDesc,
+          ptr(admin), ptr(reasons));
     admin->header = newRequestHeader(FLOW_TYPE_REQUEST, ADMIN_REQUEST_NAME, 4);
     admin->callType = ADMIN_CALL_INITIAL;
     admin->callData = nullptr;
     const int rc = flowAdminRequest(socketDesc, admin, reasons);
-    EXIT(2215, "stapi_rix_statcomms.getInitAdminRequest(socketDesc=%d, admin=%p, reasons=%p) rc=%d\n", socketDesc, ptr(admin),
-         ptr(reasons), rc);
+    EXIT(2215, "stapi_rix_statcomms.getInitAdminRequest(socketDesc=%d, admin=%p, reasons=%p) rc=%d\n", socketDesc,
+         ptr(admin), ptr(reasons), rc);
     return rc;
 }
 
-static size_t textSize(const char *text) { return sizeof(uint16_t) + strlen(text); }
+static size_t textSize(const char *text)
+{
+    return sizeof(uint16_t) + strlen(text);
+}
 
 static size_t commonCallSize(const AdminRequest &request)
 {
@@ -33,9 +36,10 @@ static size_t commonCallSize(const AdminRequest &request)
 int calculateCallLength(AdminRequest request)
 {
     ENTRY(2216, "stapi_rix_statcomms.calculateCallLength\n");
-    const int size = static_cast<int>(commonCallSize(request) + textSize(request.invokeAction) +
-                                      sizeof OUTBOUND_ARRAY_SIZE + sizeof OBJ_ARRAY_HEADER + textSize(request.invokeParms) +
-                                      sizeof OUTBOUND_ARRAY_SIZE + textSize(request.invokeSigs));
+    const int size =
+        static_cast<int>(commonCallSize(request) + textSize(request.invokeAction) + sizeof OUTBOUND_ARRAY_SIZE +
+                         sizeof OBJ_ARRAY_HEADER + textSize(request.invokeParms) + sizeof OUTBOUND_ARRAY_SIZE +
+                         textSize(request.invokeSigs));
     EXIT(2217, "stapi_rix_statcomms.calculateCallLengthsize=%d\n", size);
     return size;
 }
@@ -56,6 +60,7 @@ static void prepareCall(AdminRequest *request, int32_t callType)
     request->header.gatewayRc = 0;
     request->header.requestType = ADMIN_REQUEST_NAME;
     request->callType = callType;
+    free(request->callData); // of a reply that did not answer an initial request
     request->callData = nullptr;
     request->adminRc = 0;
     request->clientCountry = ADMIN_CLIENT_COUNTRY;
@@ -71,7 +76,8 @@ static void setCallLength(AdminRequest *request, int callLength)
     request->header.datalength = callLength + 12;
 }
 
-// The attribute's value is a serialised string: six bytes of the stream's start, which tell nothing, a length, the text.
+// The attribute's value is a serialised string: six bytes of the stream's start, which tell nothing, a length, the
+// text.
 static int copyProtocolVersion(const AdminRequest *admin, Internal_GatewayToken_t *gwTokPtr)
 {
     Reader in = readerOf(admin->callData, admin->callData != nullptr ? admin->header.datalength : 0);
@@ -157,11 +163,15 @@ static int invoke(int socketDesc, const char *queryType, const char *queryString
 int statCommsString(int socketDesc, const char *queryType, const char *queryString, char **buffer, int *bufferLen,
                     ReasonCodes *reasons)
 {
-    ENTRY(2208, "stapi_rix_statcomms.statCommsString(socketDesc=%d, queryType=%.24s, queryString=%p, *buffer=%p, *bufferLen=%d, reasons=%p)\n",
-          socketDesc, queryType, ptr(queryString), ptr(*buffer), *bufferLen, ptr(reasons));
+    ENTRY(
+        2208,
+        "stapi_rix_statcomms.statCommsString(socketDesc=%d, queryType=%.24s, queryString=%p, *buffer=%p, *bufferLen=%d, reasons=%p)\n",
+        socketDesc, queryType, ptr(queryString), ptr(*buffer), *bufferLen, ptr(reasons));
     const int rc = invoke(socketDesc, queryType, queryString, buffer, bufferLen, reasons);
-    EXIT(2213, "stapi_rix_statcomms.statCommsString(socketDesc=%d, queryType=%.24s, queryString=%p, *buffer=%p, *bufferLen=%d, reasons=%p) rc=%d\n",
-         socketDesc, queryType, ptr(queryString), ptr(*buffer), *bufferLen, ptr(reasons), rc);
+    EXIT(
+        2213,
+        "stapi_rix_statcomms.statCommsString(socketDesc=%d, queryType=%.24s, queryString=%p, *buffer=%p, *bufferLen=%d, reasons=%p) rc=%d\n",
+        socketDesc, queryType, ptr(queryString), ptr(*buffer), *bufferLen, ptr(reasons), rc);
     return rc;
 }
 
@@ -170,7 +180,8 @@ int statComms(int socketDesc, const char *queryType, char **buffer, int *bufferL
     ENTRY(2206, "stapi_rix_statcomms.statComms(socketDesc=%d, queryType=%s, buffer=%p, bufferLen=%d, reasons=%p)\n",
           socketDesc, queryType, ptr(*buffer), *bufferLen, ptr(reasons));
     const int rc = statCommsString(socketDesc, queryType, "", buffer, bufferLen, reasons);
-    EXIT(2207, "stapi_rix_statcomms.statComms(socketDesc=%d, queryType=%s, buffer=%p, bufferLen=%d, reasons=%p) rc=%d\n",
+    EXIT(2207,
+         "stapi_rix_statcomms.statComms(socketDesc=%d, queryType=%s, buffer=%p, bufferLen=%d, reasons=%p) rc=%d\n",
          socketDesc, queryType, ptr(*buffer), *bufferLen, ptr(reasons), rc);
     return rc;
 }

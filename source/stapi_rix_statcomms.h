@@ -18,7 +18,7 @@ constexpr char STATS_MBEAN_ACTION_GET_STATS[] = "GET_STATS";
 constexpr char STATS_MBEAN_ACTION_STAT_IDS[] = "STAT_IDS";
 constexpr char STATS_MBEAN_ACTION_RESOURCE_GROUPS[] = "RESOURCE_GROUPS";
 
-// All return the first non-zero result of the flows and parsers that they run (see stapi_rix_socketcomms.h).
+// Those that exchange flows return the first non-zero result of a flow or parser (see stapi_rix_socketcomms.h).
 
 // Fills the record for an initial request and exchanges it. The reply's header and server version stay in the record:
 // the request that follows sends them back.

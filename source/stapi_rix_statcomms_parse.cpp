@@ -1,6 +1,6 @@
 // Reply parsing. A reply's call data is a Java object stream of the bean's answer, one object for each query element.
-// It is not interpreted in general: fixed skips lead over its class descriptions, and what stands between them is copied
-// into the result-set buffer.
+// It is not interpreted in general: fixed skips lead over its class descriptions, and what stands between them is
+// copied into the result-set buffer.
 //
 //   reply       flag | with flag 1: number of responses | response ...
 //   response    6 bytes | text | 13 | text | 13           stream header, class and super class
@@ -19,9 +19,9 @@
 
 namespace rixstats {
 
-constexpr uint8_t TC_BLOCKDATA = 0x77;       // 'w': one length byte
-constexpr uint8_t TC_ENDBLOCKDATA = 0x78;    // ends an object's own data
-constexpr uint8_t TC_BLOCKDATALONG = 0x7A;   // 'z': four length bytes
+constexpr uint8_t TC_BLOCKDATA = 0x77;     // 'w': one length byte
+constexpr uint8_t TC_ENDBLOCKDATA = 0x78;  // ends an object's own data
+constexpr uint8_t TC_BLOCKDATALONG = 0x7A; // 'z': four length bytes
 constexpr size_t LEAST_RESPONSE_SIZE = 6 + 2 + 13 + 2 + 13 + 2 + 2 + 4 + 1;
 constexpr size_t LEAST_ID_SIZE = 2;
 constexpr size_t LEAST_STAT_SIZE = 5 + 2 + 2 + 2 + 2;
@@ -38,8 +38,10 @@ typedef struct _ResultSetWriter
 
 int reallocResultsSetBuffer(char **resultSetBuffer, int *resultSetBufferLen, char **buffer, int totaldatawritten)
 {
-    ENTRY(2244, "stapi_rix_statcomms.reallocResultsSetBuffer(*resultSetBuffer=%p, *resultSetBufferLen=%d, *buffer=%p, totaldatawritten=%d)\n",
-          ptr(*resultSetBuffer), *resultSetBufferLen, ptr(*buffer), totaldatawritten);
+    ENTRY(
+        2244,
+        "stapi_rix_statcomms.reallocResultsSetBuffer(*resultSetBuffer=%p, *resultSetBufferLen=%d, *buffer=%p, totaldatawritten=%d)\n",
+        ptr(*resultSetBuffer), *resultSetBufferLen, ptr(*buffer), totaldatawritten);
     int rc = STAPI_OK;
     const size_t oldSize = static_cast<size_t>(*resultSetBufferLen);
     char *grown = nullptr;
@@ -55,15 +57,18 @@ int reallocResultsSetBuffer(char **resultSetBuffer, int *resultSetBufferLen, cha
         *resultSetBuffer = nullptr;
         rc = STAPI_NO_MEMORY;
     }
-    EXIT(2245, "stapi_rix_statcomms.reallocResultsSetBuffer(*resultSetBuffer=%p, *resultSetBufferLen=%d, *buffer=%p) rc=%d)\n",
-         ptr(*resultSetBuffer), *resultSetBufferLen, ptr(*buffer), rc);
+    EXIT(
+        2245,
+        "stapi_rix_statcomms.reallocResultsSetBuffer(*resultSetBuffer=%p, *resultSetBufferLen=%d, *buffer=%p) rc=%d)\n",
+        ptr(*resultSetBuffer), *resultSetBufferLen, ptr(*buffer), rc);
     return rc;
 }
 
 static void ensure(ResultSetWriter *out, int size)
 {
     while (out->rc == STAPI_OK && size > *out->resultSetBufferLen - out->totaldatawritten)
-        out->rc = reallocResultsSetBuffer(out->resultSetBuffer, out->resultSetBufferLen, &out->buffer, out->totaldatawritten);
+        out->rc =
+            reallocResultsSetBuffer(out->resultSetBuffer, out->resultSetBufferLen, &out->buffer, out->totaldatawritten);
 }
 
 static void putInteger(ResultSetWriter *out, int value)
@@ -89,7 +94,10 @@ static void copyChars(Reader &in, ResultSetWriter *out, int length)
     putChars(out, readBlock(in, length));
 }
 
-static void copyText(Reader &in, ResultSetWriter *out) { copyChars(in, out, readLength(in)); }
+static void copyText(Reader &in, ResultSetWriter *out)
+{
+    copyChars(in, out, readLength(in));
+}
 
 static int readNumResponses(Reader &in)
 {
@@ -132,7 +140,8 @@ static int copyElementHead(Reader &in, ResultSetWriter *out)
 static void copyIdsResponse(Reader &in, ResultSetWriter *out, int index)
 {
     const int queryRc = copyElementHead(in, out);
-    DEBUG(2226, "stapi_rix_statcomms.parseIdsData Query rc=%d or (hex=%8.8X)\n", queryRc, static_cast<unsigned>(queryRc));
+    DEBUG(2226, "stapi_rix_statcomms.parseIdsData Query rc=%d or (hex=%8.8X)\n", queryRc,
+          static_cast<unsigned>(queryRc));
     if (queryRc < 0) {
         DEBUG(2228, "stapi_rix_statcomms.parseIdsData Bad query id element(%d), move on to next one\n", index);
         skip(in, 1);
@@ -148,8 +157,8 @@ static void copyIdsResponse(Reader &in, ResultSetWriter *out, int index)
 
 int parseIdsData(const char *rawData, int rawDataLen, char **resultSetBuffer, int *resultSetBufferLen)
 {
-    ENTRY(2224, "stapi_rix_statcomms.parseIdsData(rawData=%p, *resultSetBuffer=%p, *resultSetBufferLen=%d)\n", ptr(rawData),
-          ptr(*resultSetBuffer), *resultSetBufferLen);
+    ENTRY(2224, "stapi_rix_statcomms.parseIdsData(rawData=%p, *resultSetBuffer=%p, *resultSetBufferLen=%d)\n",
+          ptr(rawData), ptr(*resultSetBuffer), *resultSetBufferLen);
     ResultSetWriter out = {resultSetBuffer, resultSetBufferLen, *resultSetBuffer, 0, STAPI_OK};
     Reader in = readerOf(rawData, rawDataLen);
     const int numResponses = readNumResponses(in);
@@ -159,8 +168,8 @@ int parseIdsData(const char *rawData, int rawDataLen, char **resultSetBuffer, in
         copyIdsResponse(in, &out, i);
     if (out.rc == STAPI_OK && in.bad) out.rc = STAPI_GATEWAY_EXCHANGE_FAILED;
     endResultSet(&out);
-    EXIT(2229, "stapi_rix_statcomms.parseIdsData(rawData=%p, *resultSetBuffer=%p, *resultSetBufferLen=%d) rc=%d\n", ptr(rawData),
-         ptr(*resultSetBuffer), *resultSetBufferLen, out.rc);
+    EXIT(2229, "stapi_rix_statcomms.parseIdsData(rawData=%p, *resultSetBuffer=%p, *resultSetBufferLen=%d) rc=%d\n",
+         ptr(rawData), ptr(*resultSetBuffer), *resultSetBufferLen, out.rc);
     return out.rc;
 }
 
@@ -173,8 +182,8 @@ static uint8_t peekBlockType(Reader &in)
     return type;
 }
 
-// One more piece of a value: the next block, whole. A block that holds more than is missing is malformed. Returns what is
-// missing afterwards.
+// One more piece of a value: the next block, whole. A block that holds more than is missing is malformed. Returns what
+// is missing afterwards.
 static int copyPiece(Reader &in, ResultSetWriter *out, int length, int remainingdata)
 {
     if (length > remainingdata) spoil(in);
@@ -189,23 +198,23 @@ static void copyContinuedValue(Reader &in, ResultSetWriter *out, int statdatalen
     skip(in, 2);
     putInteger(out, statdatalength);
     putChars(out, readBlock(in, length));
-    DEBUG(2234, "stapi_rix_statcomms.parseStatsData written %d of %d bytes. Remaining data = %d bytes\n", length, statdatalength,
-          remainingdata);
+    DEBUG(2234, "stapi_rix_statcomms.parseStatsData written %d of %d bytes. Remaining data = %d bytes\n", length,
+          statdatalength, remainingdata);
     uint8_t type = peekU8(in);
     while (out->rc == STAPI_OK && !in.bad && type == TC_BLOCKDATALONG && remainingdata >= 1) {
         skip(in, 3);
         const int pieceLength = readLength(in);
         remainingdata = copyPiece(in, out, pieceLength, remainingdata);
-        DEBUG(2235, "stapi_rix_statcomms.parseStatsData written %d of %d bytes. Remaining data = %d bytes\n", pieceLength,
-              statdatalength, remainingdata);
+        DEBUG(2235, "stapi_rix_statcomms.parseStatsData written %d of %d bytes. Remaining data = %d bytes\n",
+              pieceLength, statdatalength, remainingdata);
         type = peekBlockType(in);
     }
     while (out->rc == STAPI_OK && !in.bad && type == TC_BLOCKDATA && remainingdata >= 1) {
         skip(in, 1);
         const int contlength = readU8(in);
         remainingdata = copyPiece(in, out, contlength, remainingdata);
-        DEBUG(2237, "stapi_rix_statcomms.parseStatsData written %d of %d bytes. Remaining data = %d bytes\n", contlength,
-              statdatalength, remainingdata);
+        DEBUG(2237, "stapi_rix_statcomms.parseStatsData written %d of %d bytes. Remaining data = %d bytes\n",
+              contlength, statdatalength, remainingdata);
     }
     if (remainingdata != 0) spoil(in);
     DEBUG(2238, "stapi_rix_statcomms.parseStatsData written %d bytes.  \n", statdatalength - remainingdata);
@@ -247,8 +256,8 @@ static void copyStat(Reader &in, ResultSetWriter *out)
         copyContinuedValue(in, out, statdatalength, inThisBlock);
 }
 
-// An element that succeeded without statistics: its stream ends at once, or goes on with the description of a class that
-// no statistic follows.
+// An element that succeeded without statistics: its stream ends at once, or goes on with the description of a class
+// that no statistic follows.
 static void skipNoStats(Reader &in)
 {
     if (peekU8(in) == TC_ENDBLOCKDATA) {
@@ -284,8 +293,8 @@ static void copyStatsResponse(Reader &in, ResultSetWriter *out, int index)
 
 int parseStatsData(const char *rawData, int rawDataLen, char **resultSetBuffer, int *resultSetBufferLen)
 {
-    ENTRY(2220, "stapi_rix_statcomms.parseStatsData(rawData=%p, *resultSetBuffer=%p, *resultSetBufferLen=%d)\n", ptr(rawData),
-          ptr(*resultSetBuffer), *resultSetBufferLen);
+    ENTRY(2220, "stapi_rix_statcomms.parseStatsData(rawData=%p, *resultSetBuffer=%p, *resultSetBufferLen=%d)\n",
+          ptr(rawData), ptr(*resultSetBuffer), *resultSetBufferLen);
     ResultSetWriter out = {resultSetBuffer, resultSetBufferLen, *resultSetBuffer, 0, STAPI_OK};
     Reader in = readerOf(rawData, rawDataLen);
     const int numResponses = readNumResponses(in);
@@ -296,8 +305,8 @@ int parseStatsData(const char *rawData, int rawDataLen, char **resultSetBuffer, 
     if (out.rc == STAPI_OK && in.bad) out.rc = STAPI_GATEWAY_EXCHANGE_FAILED;
     endResultSet(&out);
     DEBUG(2241, "stapi_rix_statcomms.parseStatsData parsed data total = %d bytes\n", out.totaldatawritten);
-    EXIT(2223, "stapi_rix_statcomms.parseStatsData(rawData=%p, *resultSetBuffer=%p, *resultSetBufferLen=%d) rc=%d\n", ptr(rawData),
-         ptr(*resultSetBuffer), *resultSetBufferLen, out.rc);
+    EXIT(2223, "stapi_rix_statcomms.parseStatsData(rawData=%p, *resultSetBuffer=%p, *resultSetBufferLen=%d) rc=%d\n",
+         ptr(rawData), ptr(*resultSetBuffer), *resultSetBufferLen, out.rc);
     return out.rc;
 }
 

@@ -4,6 +4,7 @@
 
 #include "rixstats.h"
 
+#include <atomic>
 #include <pthread.h>
 #include <sys/types.h>
 
@@ -12,10 +13,10 @@ constexpr int EYECATCHER_SIZE = 8; // eyecatchers have no terminating zero byte
 constexpr int OWNER_LIBRARY = 0x8888; // a connection's own result set
 constexpr int OWNER_USER = 0x9999;    // a caller's copy
 
-constexpr int QUERY_TEXT_SIZE = 32000;      // of the text that getIdQuery() builds, with its terminating zero
-constexpr int RESULT_SET_SIZE = 32768;      // of a connection's first result-set buffer
-constexpr int RESULT_SET_SPARE = 16;        // zeroed bytes behind every result-set area: a storage dump shows whole lines
-constexpr int PROTOCOL_VERSION_SIZE = 64;   // with the terminating zero
+constexpr int QUERY_TEXT_SIZE = 32000;    // of the text that getIdQuery() builds, with its terminating zero
+constexpr int RESULT_SET_SIZE = 32768;    // of a connection's first result-set buffer
+constexpr int RESULT_SET_SPARE = 16;      // zeroed bytes behind every result-set area: a storage dump shows whole lines
+constexpr int PROTOCOL_VERSION_SIZE = 64; // with the terminating zero
 constexpr int FORMATTED_TOKEN_SIZE = 512;
 
 typedef struct _Internal_ResultSetToken_t
@@ -43,8 +44,8 @@ typedef struct _Internal_GatewayToken_t
 {
     char eyecatcher[EYECATCHER_SIZE]; // "RIXGWTOK"
     unsigned int portNumber;
-    int connStatus; // 0 new, 1 connected, 2 connect failed, 3 close failed, 4 closed
-    int socketDescriptor;
+    int connStatus;                    // 0 new, 1 connected, 2 connect failed, 3 close failed, 4 closed
+    std::atomic<int> socketDescriptor; // a thread that closes the connection may shut it under the one that uses it
     Internal_ResultSetToken_t *connRSPtr;
     char *resultSetBuf; // grows with the replies; null after it could not
     int resultSetBufLen;
@@ -52,6 +53,19 @@ typedef struct _Internal_GatewayToken_t
     pthread_t owningTid;
     char *protocolVersion;
     struct _Internal_GatewayToken_t *nextGwyTokPtr;
+    bool inUse;  // the owning thread is opening the connection or running a query on it
+    bool closed; // meanwhile another thread took it off the list: the thread that uses it releases it
 } Internal_GatewayToken_t;
+
+// The read position may be dumped by another thread while the owning one walks on.
+inline void setCursor(Internal_ResultSetToken_t *rs, char *cursor)
+{
+    __atomic_store_n(&rs->cursor, cursor, __ATOMIC_RELAXED);
+}
+
+inline const char *readCursor(const Internal_ResultSetToken_t *rs)
+{
+    return __atomic_load_n(&rs->cursor, __ATOMIC_RELAXED);
+}
 
 #endif

@@ -2,8 +2,8 @@
 // big-endian; a text is a 16-bit length followed by its bytes. Calls nothing.
 //
 // A gateway is not trusted. Every byte of a reply is reached through a Reader, which never leaves its bounds: a read
-// that asks for more than is left spoils it, and a spoiled reader yields zeros and empty blocks, which are safe to carry
-// on with until the one test of `bad` at the end of a record.
+// that asks for more than is left spoils it, and a spoiled reader yields zeros and empty blocks, which are safe to
+// carry on with until the one test of `bad` at the end of a record.
 #ifndef STAPI_RIX_WIRE_H
 #define STAPI_RIX_WIRE_H
 
@@ -33,7 +33,10 @@ inline Reader readerOf(const char *bytes, int length)
     return {start, bytes != nullptr && length > 0 ? start + length : start, false};
 }
 
-inline size_t bytesLeft(const Reader &reader) { return static_cast<size_t>(reader.end - reader.pos); }
+inline size_t bytesLeft(const Reader &reader)
+{
+    return static_cast<size_t>(reader.end - reader.pos);
+}
 
 inline void spoil(Reader &reader)
 {
@@ -53,9 +56,15 @@ inline const uint8_t *take(Reader &reader, size_t count)
     return bytes;
 }
 
-inline void skip(Reader &reader, size_t count) { take(reader, count); }
+inline void skip(Reader &reader, size_t count)
+{
+    take(reader, count);
+}
 
-inline uint8_t peekU8(const Reader &reader) { return bytesLeft(reader) > 0 ? *reader.pos : 0; }
+inline uint8_t peekU8(const Reader &reader)
+{
+    return bytesLeft(reader) > 0 ? *reader.pos : 0;
+}
 
 inline uint8_t readU8(Reader &reader)
 {
@@ -76,7 +85,10 @@ inline uint32_t readU32(Reader &reader)
     return uint32_t{b[0]} << 24 | uint32_t{b[1]} << 16 | uint32_t{b[2]} << 8 | uint32_t{b[3]};
 }
 
-inline int32_t readI32(Reader &reader) { return static_cast<int32_t>(readU32(reader)); }
+inline int32_t readI32(Reader &reader)
+{
+    return static_cast<int32_t>(readU32(reader));
+}
 
 inline double readDouble(Reader &reader)
 {
@@ -111,25 +123,26 @@ inline Block readBlock(Reader &reader, int length)
     return {reinterpret_cast<const char *>(bytes), bytes != nullptr ? length : 0};
 }
 
-inline void skipText(Reader &reader) { readBlock(reader, readLength(reader)); }
+inline void skipText(Reader &reader)
+{
+    readBlock(reader, readLength(reader));
+}
 
-// Writes into a buffer that was sized by the length rules of the request. A request that its lengths do not fit spoils
-// the writer instead of the memory behind the buffer.
+// Writes into a zeroed buffer that was sized by the length rules of the request. Bytes for which they left no room
+// would stay out of the request rather than run over its end.
 typedef struct _Writer
 {
     char *pos, *end;
-    bool bad;
 } Writer;
 
-inline Writer writerOf(char *buffer, size_t size) { return {buffer, buffer + size, false}; }
+inline Writer writerOf(char *buffer, size_t size)
+{
+    return {buffer, buffer + size};
+}
 
 inline void writeBytes(Writer &writer, const void *bytes, size_t count)
 {
-    if (count > static_cast<size_t>(writer.end - writer.pos)) {
-        writer.bad = true;
-        return;
-    }
-    if (count == 0) return;
+    if (count == 0 || count > static_cast<size_t>(writer.end - writer.pos)) return;
     memcpy(writer.pos, bytes, count);
     writer.pos += count;
 }

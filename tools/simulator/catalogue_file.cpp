@@ -51,7 +51,7 @@ public:
     {
         const std::size_t length = std::min(rest.find_first_of(kBlanks), rest.size());
         if (length == 0) throw std::runtime_error(std::string(what) + " is missing");
-        const std::string taken(rest.substr(0, length));
+        std::string taken(rest.substr(0, length));
         rest.remove_prefix(length);
         skipBlanks();
         return taken;
@@ -59,7 +59,7 @@ public:
 
     std::string name(const char *what)
     {
-        const std::string taken = word(what);
+        std::string taken = word(what);
         if (taken.find(':') != std::string::npos)
             throw std::runtime_error(std::string(what) + " '" + taken + "' holds a colon");
         return taken;
@@ -83,7 +83,7 @@ public:
     std::string remainder(const char *what)
     {
         if (atEnd()) throw std::runtime_error(std::string(what) + " is missing");
-        const std::string taken(rest.substr(0, rest.find_last_not_of(kBlanks) + 1));
+        std::string taken(rest.substr(0, rest.find_last_not_of(kBlanks) + 1));
         rest = {};
         return taken;
     }

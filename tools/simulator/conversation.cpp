@@ -110,7 +110,7 @@ void Conversation::checkHeaderStart(const Bytes &bytes)
 {
     closing = int32At(bytes, 8) == kCloseFlowType;
     const bool echoed = echoes() && !closing;
-    FieldReader header(bytes, 0, flowName());
+    FieldReader header(bytes, 0);
     header.expectInt("eyecatcher", kEyecatcher);
     header.expectInt("flowVersion", echoed ? echo.flowVersion : kClientFlowVersion);
     header.expectInt("flowType", rules().flowType);
@@ -121,7 +121,7 @@ void Conversation::checkHeaderStart(const Bytes &bytes)
 
 void Conversation::checkHeaderRest(const Bytes &bytes)
 {
-    FieldReader header(bytes, kHeaderStart, flowName());
+    FieldReader header(bytes, kHeaderStart);
     header.expectRaw("requestType", rules().requestName);
     header.expectByte("security", echoes() && !closing ? echo.security : 0);
     if (rules().dataLength != kVariable) {
@@ -137,7 +137,7 @@ void Conversation::checkHeaderRest(const Bytes &bytes)
 void Conversation::checkBody(const Bytes &bytes)
 {
     const std::size_t offset = bodyOffset(bytes);
-    FieldReader body(bytes, offset, flowName());
+    FieldReader body(bytes, offset);
     if (closing) return;
     switch (step) {
     case Step::handshake:
@@ -279,8 +279,8 @@ Bytes Conversation::callData(const Faults &faults)
     try {
         return queryCallData(options, action, request.argument, time, faults.replySize);
     } catch (const std::runtime_error &error) {
-        throw std::runtime_error(flowName() + ": cannot answer " + request.action + " with " +
-                                 std::to_string(faults.replySize) + " bytes of call data: " + error.what());
+        throw std::runtime_error("cannot answer " + request.action + " with " + std::to_string(faults.replySize) +
+                                 " bytes of call data: " + error.what());
     }
 }
 

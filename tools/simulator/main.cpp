@@ -55,7 +55,7 @@ void addFaults(CLI::App &app, Arguments &arguments)
 {
     rixgwsim::Faults &faults = arguments.options.faults;
     constexpr int kMost = std::numeric_limits<int>::max();
-    constexpr long long kLongestDelay = 24 * 3600 * 1000;
+    constexpr long long kLongestDelay = 24LL * 3600 * 1000;
     const std::string group = "Faults";
     app.add_option("--auth-rc", faults.authRc, "Refuse authorisation with this code")->group(group);
     app.add_option("--gateway-rc", faults.gatewayRc, "Answer with this gateway code")->group(group);

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <utility>
 
 namespace rixgwsim {
 
@@ -48,8 +47,8 @@ std::string describe(std::int32_t value)
     return text.data();
 }
 
-FieldReader::FieldReader(const Bytes &request, std::size_t offset, std::string flowName)
-    : bytes(request), position(offset), fieldStart(offset), where(std::move(flowName))
+FieldReader::FieldReader(const Bytes &request, std::size_t offset)
+    : bytes(request), position(offset), fieldStart(offset)
 {
 }
 
@@ -115,7 +114,7 @@ void FieldReader::expectEnd()
 
 void FieldReader::refuse(const char *field, const std::string &expected, const std::string &received) const
 {
-    throw ProtocolError(where + ": " + field + " at offset " + std::to_string(fieldStart) + ": expected " + expected +
+    throw ProtocolError(std::string(field) + " at offset " + std::to_string(fieldStart) + ": expected " + expected +
                         ", received " + received);
 }
 

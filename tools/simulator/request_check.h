@@ -10,7 +10,7 @@
 
 namespace rixgwsim {
 
-// The text says which field of which flow was wrong, what was expected and what was received.
+// The text says which field was wrong, what was expected and what was received.
 class ProtocolError : public std::runtime_error
 {
 public:
@@ -20,8 +20,8 @@ public:
 class FieldReader
 {
 public:
-    // Reads the request, which is kept by reference, from `offset` on. `flowName` is for error texts.
-    FieldReader(const Bytes &request, std::size_t offset, std::string flowName);
+    // Reads the request, which is kept by reference, from `offset` on.
+    FieldReader(const Bytes &request, std::size_t offset);
 
     std::int32_t readInt(const char *field);
     std::string readText(const char *field);
@@ -42,7 +42,6 @@ private:
     const Bytes &bytes;
     std::size_t position;
     std::size_t fieldStart;
-    std::string where;
 };
 
 std::string describe(std::int32_t value);

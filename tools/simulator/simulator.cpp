@@ -224,14 +224,14 @@ void Simulator::Server::serve(Descriptor socket, int number)
 {
     // Outside the try block, as it is to close after the report: a client that sees the end finds the reason.
     Channel channel(std::move(socket), *stopSignal);
+    Conversation conversation(number, options, [this] { return clock.nextQuery(); });
     try {
         const std::string name = "connection " + std::to_string(number);
-        Conversation conversation(number, options, [this] { return clock.nextQuery(); });
         reportFlow(name + ": accepted");
         converse(channel, conversation);
         reportFlow(name + ": ended");
     } catch (const std::exception &error) {
-        reportError(error.what());
+        reportError(conversation.flowName() + ": " + error.what());
     }
 }
 
@@ -257,8 +257,8 @@ bool Simulator::Server::receiveRequest(Channel &channel, Conversation &conversat
         while (const std::size_t wanted = conversation.bytesWanted(bytes))
             if (!channel.read(bytes, wanted)) {
                 if (!bytes.empty() && !channel.stopped())
-                    throw ProtocolError(conversation.flowName() + ": the client left after " +
-                                        std::to_string(bytes.size()) + " bytes of the request");
+                    throw ProtocolError("the client left after " + std::to_string(bytes.size()) +
+                                        " bytes of the request");
                 return false;
             }
     } catch (const ProtocolError &) {
