@@ -1,0 +1,5 @@
+// The public header alone, as C++17.
+#include "rixstats.h"
+
+extern int (*const headerIsCpp)(int, RIX_GatewayToken_t *, char **);
+int (*const headerIsCpp)(int, RIX_GatewayToken_t *, char **) = openGatewayConnection;

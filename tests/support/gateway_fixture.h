@@ -1,0 +1,190 @@
+// What tests of the exported calls share: a simulated gateway, a connection to it, walks over result sets. Every test
+// must leave nothing behind: no connection, no descriptor, no trace setting, no wrong byte sent.
+#pragma once
+
+#include "simulator.h"
+#include "stapi_rix_gwytok.h"
+
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+namespace apitest {
+
+// A result set from its first item on: "element(code) id=value" each, "element(code)" of one that failed.
+using Walk = std::vector<std::string>;
+
+inline std::string textOf(const char *text, int length)
+{
+    return {text, static_cast<std::size_t>(length)};
+}
+
+template <class Data>
+std::string describe(const Data &data)
+{
+    const std::string element = textOf(data.queryElementPtr, data.queryElementLen);
+    const std::string head = element + "(" + std::to_string(data.queryElementRC) + ")";
+    constexpr bool ids = std::is_same_v<Data, RIX_IdData_t>;
+    EXPECT_EQ(ids ? "RIXIDSET" : "RIXSTSET", textOf(data.eyecatcher, 8));
+    if (data.queryElementRC < 0) return head;
+    if constexpr (ids)
+        return head + " " + textOf(data.idPtr, data.idLen);
+    else
+        return head + " " + textOf(data.statIdPtr, data.statIdLen) + "=" + textOf(data.statValuePtr, data.statValueLen);
+}
+
+template <class Data, class First, class Next>
+Walk walk(RIX_ResultSetToken_t resultSet, First first, Next next)
+{
+    Walk items;
+    Data data = {};
+    int rc = first(resultSet, &data);
+    for (; rc == STAPI_OK && items.size() < 10000; rc = next(resultSet, &data))
+        items.push_back(describe(data));
+    EXPECT_EQ(STAPI_END_OF_RESULTS, rc);
+    EXPECT_EQ(STAPI_END_OF_RESULTS, next(resultSet, &data)) << "the end of a walk does not stay";
+    return items;
+}
+inline Walk readIds(RIX_ResultSetToken_t ids)
+{
+    return walk<RIX_IdData_t>(ids, getFirstId, getNextId);
+}
+inline Walk readStats(RIX_ResultSetToken_t stats)
+{
+    return walk<RIX_StatData_t>(stats, getFirstStat, getNextStat);
+}
+
+// What the call returns in another thread, and in a forked child.
+template <class Call>
+int inThread(Call call)
+{
+    int rc = 0;
+    std::thread([&] { rc = call(); }).join();
+    return rc;
+}
+template <class Call>
+int inChild(Call call)
+{
+    const pid_t child = fork();
+    if (child == 0) _exit(-call());
+    int status = 0;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_TRUE(WIFEXITED(status));
+    return -WEXITSTATUS(status);
+}
+
+inline std::ptrdiff_t countDescriptors()
+{
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+// Statistics whose values never change.
+using Values = std::vector<std::pair<std::string, std::string>>;
+inline rixgwsim::Options optionsWith(const std::vector<std::pair<std::string, Values>> &groups)
+{
+    rixgwsim::Options options;
+    options.catalogue.groups.clear();
+    for (const auto &[group, values] : groups) {
+        options.catalogue.groups.push_back({group, {}});
+        for (const auto &[id, value] : values) {
+            rixgwsim::Statistic &added = options.catalogue.groups.back().statistics.emplace_back();
+            added.id = id;
+            added.texts = {value};
+        }
+    }
+    return options;
+}
+inline rixgwsim::Options smallOptions()
+{
+    return optionsWith({{"Requests", {{"Received", "48"}, {"Refused", "2"}}}, {"Workers", {{"Busy", "7"}}}});
+}
+
+// Refuses from this flow of a connection on.
+inline rixgwsim::Faults refusal(int fromFlow, int gatewayRc, int adminRc = 0, bool exceptionFlag = false,
+                                int authRc = 0)
+{
+    rixgwsim::Faults faults;
+    faults.faultsFromFlow = fromFlow;
+    faults.gatewayRc = gatewayRc;
+    faults.adminRc = adminRc;
+    faults.exceptionFlag = exceptionFlag;
+    faults.authRc = authRc;
+    return faults;
+}
+// Closes the connection inside the reply to this flow.
+inline rixgwsim::Faults dropInside(int flow, std::size_t atByte)
+{
+    rixgwsim::Faults faults;
+    faults.dropInsideFlow = flow;
+    faults.dropAtByte = atByte;
+    return faults;
+}
+inline rixgwsim::Faults dropAfter(int flows)
+{
+    rixgwsim::Faults faults;
+    faults.dropAfterFlows = flows;
+    return faults;
+}
+
+class GatewayTest : public testing::Test
+{
+protected:
+    void SetUp() override { alarm(40); } // ends a test that waits for ever
+
+    void TearDown() override
+    {
+        setAPITraceLevel(0);
+        setAPITraceFile("/dev/null"); // only a change of the destination forgets that the header has been written
+        setAPITraceFile(nullptr);
+        while (closeAllGatewayConnections() == STAPI_GTL_CORRUPT)
+            ;
+        EXPECT_EQ(nullptr, rixstats::gtListHeadPtr);
+        stop();
+        EXPECT_EQ(descriptorsBefore, countDescriptors());
+        alarm(0);
+    }
+
+    void start(rixgwsim::Options options = smallOptions())
+    {
+        stop();
+        simulator = std::make_unique<rixgwsim::Simulator>(std::move(options));
+        simulator->start();
+    }
+    int connect() { return openGatewayConnection(simulator->port(), &gateway, &version); }
+    void open(rixgwsim::Options options = smallOptions())
+    {
+        start(std::move(options));
+        if (connect() != STAPI_OK) throw std::runtime_error("cannot open a connection");
+    }
+
+    // The simulator's ends of the connections are descriptors of this process too.
+    void waitUntilIdle() const
+    {
+        for (int i = 0; i < 5000 && simulator->openConnections() != 0; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        EXPECT_EQ(0u, simulator->openConnections());
+    }
+
+    std::unique_ptr<rixgwsim::Simulator> simulator;
+    RIX_GatewayToken_t gateway = nullptr;
+    char *version = nullptr;
+
+private:
+    void stop()
+    {
+        if (!simulator) return;
+        closeAllGatewayConnections();
+        waitUntilIdle();
+        EXPECT_EQ("", simulator->lastProtocolError());
+        simulator.reset();
+    }
+
+    const std::ptrdiff_t descriptorsBefore = countDescriptors();
+};
+
+} // namespace apitest

@@ -1,0 +1,286 @@
+// The reply parsers, fed with replies that a Java virtual machine wrote and with composed ones, sound and broken.
+#include "stapi_rix_resultsetbuffer.h"
+#include "stapi_rix_statcomms.h"
+#include "unit_support.h"
+
+#include <algorithm>
+#include <climits>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <set>
+#include <vector>
+
+using namespace rixstats;
+using namespace unit;
+using testing::AnyOf;
+
+namespace {
+
+typedef int (*Parser)(const char *, int, char **, int *);
+
+struct Parsed
+{
+    int rc;
+    int length;       // of the buffer, after the parse
+    std::string area; // its bytes with the spare ones; empty if there is no buffer any more
+};
+
+Parsed parse(Parser parser, const std::string &callData, int length = RESULT_SET_SIZE)
+{
+    const auto raw = exactCopy(callData);
+    char *area = newResultSetArea(length);
+    Parsed parsed = {parser(raw.get(), static_cast<int>(callData.size()), &area, &length), length, {}};
+    if (area != nullptr) parsed.area.assign(area, static_cast<size_t>(length) + RESULT_SET_SPARE);
+    free(area);
+    return parsed;
+}
+
+// The result set, and nothing but zeros behind it; its terminator lies within the stated length.
+void expectResultSet(const Parsed &parsed, std::string expected)
+{
+    ASSERT_EQ(parsed.rc, STAPI_OK);
+    ASSERT_GE(static_cast<size_t>(parsed.length), expected.size());
+    expected.resize(parsed.area.size(), '\0');
+    EXPECT_TRUE(parsed.area == expected) << "first difference at byte "
+                                         << std::mismatch(expected.begin(), expected.end(), parsed.area.begin()).first -
+                                                expected.begin();
+}
+
+std::string contentOf(const nlohmann::json &reply)
+{
+    const auto &responses = reply["responses"];
+    std::string bytes = reply["category"].get<std::string>() + word(static_cast<int>(responses.size()));
+    for (const auto &response : responses) {
+        const int code = response["code"];
+        bytes += counted(response["element"]) + word(code);
+        if (code < 0) continue;
+        const bool ids = response.contains("ids");
+        const auto &items = response[ids ? "ids" : "stats"];
+        bytes += word(static_cast<int>(items.size()));
+        for (const auto &item : items)
+            bytes += ids ? counted(item) : counted(item["id"]) + counted(item["value"]);
+    }
+    return bytes + TERMINATOR;
+}
+
+// ---- Genuine replies
+
+// Those that the fixed skips do not follow: a text or a length lies across two blocks, or an object is a back reference.
+const std::set<std::string> NOT_FOLLOWED = {"ids-payload-1025", "ids-edge-between",  "ids-edge-length-split",
+                                            "ids-edge-text",    "ids-300-short",     "ids-long-element",
+                                            "stats-id-1021",    "stats-value-40000", "stats-same-object-twice"};
+
+std::vector<std::string> replyNames()
+{
+    std::vector<std::string> names;
+    for (const auto &file : std::filesystem::directory_iterator(TEST_DATA_DIR "/streams"))
+        if (file.path().extension() == ".bin" && file.path().stem() != "attr-version")
+            names.push_back(file.path().stem());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+class GenuineReply : public testing::TestWithParam<std::string>
+{
+protected:
+    void SetUp() override
+    {
+        const std::string path = TEST_DATA_DIR "/streams/" + GetParam();
+        std::ifstream data(path + ".bin", std::ios::binary), content(path + ".json");
+        callData.assign(std::istreambuf_iterator<char>(data), {});
+        expected = contentOf(nlohmann::json::parse(content));
+        parser = expected.rfind("RIXSTSET", 0) == 0 ? parseStatsData : parseIdsData;
+        followed = NOT_FOLLOWED.count(GetParam()) == 0;
+        ASSERT_FALSE(callData.empty());
+    }
+
+    std::string callData, expected;
+    bool followed = false;
+    Parser parser = nullptr;
+};
+
+TEST_P(GenuineReply, FillsBuffersOfAnySizeWithTheSameResultSet)
+{
+    const int exact = static_cast<int>(expected.size());
+    for (const int size : {RESULT_SET_SIZE, 16, 17, 23, 64, exact - 5, exact - 4, exact - 1, exact}) {
+        SCOPED_TRACE(size);
+        const Parsed parsed = parse(parser, callData, size);
+        if (followed) {
+            expectResultSet(parsed, expected);
+            EXPECT_TRUE(parsed.length == size || parsed.length / 2 < exact) << parsed.length;
+        } else {
+            EXPECT_THAT(parsed.rc, AnyOf(STAPI_OK, STAPI_GATEWAY_EXCHANGE_FAILED));
+        }
+    }
+}
+
+TEST_P(GenuineReply, CutShortIsMalformedOrMissesOnlyEndMarks)
+{
+    const size_t endMarks = parser == parseStatsData ? 2 : 1;
+    const size_t step = callData.size() < 2000 ? 1 : 97;
+    for (size_t length = 0; length < callData.size(); length += step) {
+        SCOPED_TRACE(length);
+        const Parsed parsed = parse(parser, callData.substr(0, length), 64);
+        if (parsed.rc == STAPI_OK && followed) {
+            EXPECT_GE(length + endMarks, callData.size());
+            expectResultSet(parsed, expected);
+        } else {
+            EXPECT_THAT(parsed.rc, AnyOf(STAPI_OK, STAPI_GATEWAY_EXCHANGE_FAILED));
+        }
+    }
+}
+
+TEST_P(GenuineReply, WithAnyFieldOverwrittenNeitherCrashesNorGrowsTheBufferBeyondReason)
+{
+    if (callData.size() > 400) return; // the small ones have every field
+    for (size_t at = 0; at < callData.size(); at++) {
+        const uint32_t left = static_cast<uint32_t>(callData.size() - at);
+        const auto tryBytes = [&](const std::string &bytes) {
+            std::string broken = callData;
+            broken.replace(at, bytes.size(), bytes);
+            broken.resize(callData.size());
+            for (const Parser each : {parseIdsData, parseStatsData}) {
+                const Parsed parsed = parse(each, broken, 64);
+                EXPECT_THAT(parsed.rc, AnyOf(STAPI_OK, STAPI_GATEWAY_EXCHANGE_FAILED)) << at;
+                EXPECT_LE(static_cast<size_t>(parsed.length), 64 + 8 * callData.size()) << at;
+            }
+        };
+        for (const char byte : {'\0', '\1', 'w', 'x', 'z', '\xFF'})
+            tryBytes({byte});
+        for (const unsigned value : {0u, left - 2, left - 1, 0x7FFFu, 0x8000u, 0xFFFFu})
+            tryBytes(u16(value));
+        for (const uint32_t value : {0u, left - 4, left - 3, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu})
+            tryBytes(u32(value));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Streams, GenuineReply, testing::ValuesIn(replyNames()),
+                         [](const auto &each) { return std::regex_replace(each.param, std::regex("-"), "_"); });
+
+// ---- Composed replies
+
+std::string list(uint32_t responses)
+{
+    return "\1" + u32(responses);
+}
+
+std::string head(const std::string &element, int code)
+{
+    return std::string(6, 'h') + wireText("C") + std::string(13, 'h') + wireText("S") + std::string(13, 'h') + "w." +
+           wireText(element) + u32(static_cast<uint32_t>(code));
+}
+
+std::string w(const std::string &data)
+{
+    return "w" + std::string(1, static_cast<char>(data.size())) + data;
+}
+
+std::string z(const std::string &data)
+{
+    return "z" + u32(static_cast<uint32_t>(data.size())) + data;
+}
+
+const std::string STAT_CLASS = "sr" + wireText("T") + std::string(8, 'u');
+
+std::string stat(const std::string &blocks)
+{
+    return "-----" + blocks + "x.";
+}
+
+TEST(Parse, ReadsOneResponseOrAListOfAnyLength)
+{
+    const std::string response = head("q", 3) + u32(1) + wireText("id") + "x";
+    const std::string expected = "RIXIDSET" + word(1) + counted("q") + word(3) + word(1) + counted("id") + TERMINATOR;
+    for (const char flag : {'\0', '\2', '\x7F', '\xFF'})
+        expectResultSet(parse(parseIdsData, flag + response), expected);
+    expectResultSet(parse(parseIdsData, list(1) + response), expected);
+    expectResultSet(parse(parseIdsData, list(0)), "RIXIDSET" + word(0) + TERMINATOR);
+    expectResultSet(parse(parseStatsData, list(0)), "RIXSTSET" + word(0) + TERMINATOR);
+}
+
+TEST(Parse, AcceptsBothEndsOfAnElementWithoutStatisticsAnywhere)
+{
+    const std::string full = head("f", 0) + u32(1) + STAT_CLASS + stat(w(wireText("i") + wireText("1")));
+    const std::string fullContent = counted("f") + word(0) + word(1) + counted("i") + counted("1");
+    const std::string noneContent = counted("n") + word(5) + word(0);
+    for (const std::string &end : {std::string("x"), STAT_CLASS}) {
+        const std::string none = head("n", 5) + u32(0) + end;
+        const std::string failed = head("g", -2) + "x";
+        expectResultSet(parse(parseStatsData, list(4) + none + full + failed + none),
+                        "RIXSTSET" + word(4) + noneContent + fullContent + counted("g") + word(-2) + noneContent +
+                            TERMINATOR);
+    }
+}
+
+TEST(Parse, GathersAValueFromItsBlocks)
+{
+    const std::string start = wireText("id") + u16(6); // of a value of six bytes
+    const struct
+    {
+        const char *name;
+        std::string blocks;
+        bool sound;
+    } cases[] = {
+        {"whole in a long block", z(start + "abcdef"), true},
+        {"long, long, short", z(start + "ab") + z("cd") + w("ef"), true},
+        {"long, short, short", z(start + "ab") + w("c") + w("def"), true},
+        {"nothing in the first block", z(start) + w("abcdef"), true},
+        {"long block holds more than is missing", z(start + "ab") + z("cdefg"), false},
+        {"short block holds more than is missing", z(start + "ab") + w("cdefg"), false},
+        {"no further block", z(start + "ab"), false},
+    };
+    for (const auto &each : cases) {
+        SCOPED_TRACE(each.name);
+        const std::string reply =
+            list(1) + head("e", 0) + u32(2) + STAT_CLASS + stat(each.blocks) + stat(w(wireText("j") + wireText("1")));
+        const Parsed parsed = parse(parseStatsData, reply, 16);
+        if (each.sound)
+            expectResultSet(parsed, "RIXSTSET" + word(1) + counted("e") + word(0) + word(2) + counted("id") +
+                                        counted("abcdef") + counted("j") + counted("1") + TERMINATOR);
+        else
+            EXPECT_EQ(parsed.rc, STAPI_GATEWAY_EXCHANGE_FAILED);
+    }
+}
+
+TEST(Parse, RefusesLengthsAndCountsThatTheReplyCannotHold)
+{
+    const std::string ids = list(1) + head("q", 0) + u32(1) + wireText("id") + "x";
+    const std::string stats = list(1) + head("q", 0) + u32(1) + STAT_CLASS + stat(w(wireText("id") + wireText("1")));
+    const size_t element = 45, count = 52, firstId = 56, statClass = 58, statId = 76;
+    const struct
+    {
+        Parser parser;
+        std::string reply;
+        std::vector<size_t> counts, lengths;
+    } cases[] = {{parseIdsData, ids, {1, count}, {11, 27, element, firstId}},
+                 {parseStatsData, stats, {1, count}, {11, 27, element, statClass, statId, statId + 4}}};
+    for (const auto &each : cases) {
+        ASSERT_EQ(parse(each.parser, each.reply).rc, STAPI_OK);
+        const uint32_t size = static_cast<uint32_t>(each.reply.size());
+        const auto refuses = [&each](size_t at, const std::string &field) {
+            const std::string broken = std::string(each.reply).replace(at, field.size(), field);
+            EXPECT_EQ(parse(each.parser, broken).rc, STAPI_GATEWAY_EXCHANGE_FAILED) << at;
+        };
+        for (const size_t at : each.counts)
+            for (const uint32_t value : {size - static_cast<uint32_t>(at), 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu})
+                refuses(at, u32(value));
+        for (const size_t at : each.lengths)
+            for (const uint32_t value : {size - static_cast<uint32_t>(at) - 1, 0x7FFFu, 0x8000u, 0xFFFFu})
+                refuses(at, u16(value));
+    }
+}
+
+TEST(BufferGrowth, ThatIsImpossibleReleasesTheBuffer)
+{
+    int length = INT_MAX / 2 + 1; // twice that is no int
+    char *area = newResultSetArea(16);
+    char *cursor = area;
+    EXPECT_EQ(reallocResultsSetBuffer(&area, &length, &cursor, 0), STAPI_NO_MEMORY);
+    EXPECT_EQ(area, nullptr);
+    EXPECT_EQ(length, INT_MAX / 2 + 1);
+}
+
+} // namespace
