@@ -33,10 +33,12 @@ static const QueryCall STATS_BY_GROUP = {"getStatsByStatGroupId", "Getting Stats
                                          nullptr, commsStatsByStatGroupId, 0, 1132, 1036, 1037, 1038, 0};
 // clang-format on
 
+// query: null for a call without a query text.
 static int exchange(const QueryCall &call, int socketDescriptor, const char *query, char **buffer, int *bufferLen)
 {
-    if (call.commsAll != nullptr) {
+    if (query == nullptr) {
         EVENT(call.allPoint, "API.%s %s\n", call.name, call.subject);
+        // Checked before: a call with a query text has one. NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage)
         return call.commsAll(socketDescriptor, buffer, bufferLen);
     }
     EVENT(call.byIdsPoint, "API.%s %s %s\n", call.name, call.subject, query);
@@ -61,10 +63,13 @@ static int fillResultSet(const QueryCall &call, Internal_GatewayToken_t *gwTok, 
             ptr(gwTok));
         return STAPI_NO_RESULT_SET_BUFFER;
     }
-    if (call.commsByIds != nullptr && dup2ASCIIString(query, &rs->queryString) != 0) return STAPI_NO_MEMORY;
+    if (query != nullptr) {
+        if (dup2ASCIIString(query, &rs->queryString) != 0) return STAPI_NO_MEMORY;
+        query = rs->queryString;
+    }
     char *buffer = gwTok->resultSetBuf;
     int bufferLen = gwTok->resultSetBufLen;
-    const int rc = exchange(call, gwTok->socketDescriptor, rs->queryString, &buffer, &bufferLen);
+    const int rc = exchange(call, gwTok->socketDescriptor, query, &buffer, &bufferLen);
     setResultSetBuffer(gwTok, buffer, bufferLen);
     DEBUG(call.resultPoint, "API.%s() result set pointer (%p)\n", call.name, ptr(rs));
     if (call.bufferPoint != 0)

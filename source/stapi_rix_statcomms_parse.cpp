@@ -43,6 +43,7 @@ int reallocResultsSetBuffer(char **resultSetBuffer, int *resultSetBufferLen, cha
         "stapi_rix_statcomms.reallocResultsSetBuffer(*resultSetBuffer=%p, *resultSetBufferLen=%d, *buffer=%p, totaldatawritten=%d)\n",
         ptr(*resultSetBuffer), *resultSetBufferLen, ptr(*buffer), totaldatawritten);
     int rc = STAPI_OK;
+    uintptr_t cursor = addressNumber(*buffer); // what the exit line shows, also of a block that could not grow
     const size_t oldSize = static_cast<size_t>(*resultSetBufferLen);
     char *grown = nullptr;
     if (*resultSetBufferLen <= INT_MAX / 2)
@@ -52,6 +53,7 @@ int reallocResultsSetBuffer(char **resultSetBuffer, int *resultSetBufferLen, cha
         *resultSetBuffer = grown;
         *resultSetBufferLen *= 2;
         *buffer = grown + totaldatawritten;
+        cursor = addressNumber(*buffer);
     } else {
         free(*resultSetBuffer);
         *resultSetBuffer = nullptr;
@@ -60,7 +62,7 @@ int reallocResultsSetBuffer(char **resultSetBuffer, int *resultSetBufferLen, cha
     EXIT(
         2245,
         "stapi_rix_statcomms.reallocResultsSetBuffer(*resultSetBuffer=%p, *resultSetBufferLen=%d, *buffer=%p) rc=%d)\n",
-        ptr(*resultSetBuffer), *resultSetBufferLen, ptr(*buffer), rc);
+        ptr(*resultSetBuffer), *resultSetBufferLen, ptr(cursor), rc);
     return rc;
 }
 
