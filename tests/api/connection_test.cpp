@@ -36,6 +36,7 @@ protected:
         EXPECT_THAT(failed, AnyOf(unchanged, nullptr));
         EXPECT_EQ(&unset, failedVersion);
         EXPECT_EQ(nullptr, rixstats::gtListHeadPtr);
+        closeAllGatewayConnections(); // should it have been opened after all
         if (simulator) waitUntilIdle();
         EXPECT_EQ(before, countDescriptors());
     }
@@ -239,12 +240,17 @@ TEST_F(ConnectionTest, MalformedRepliesEndTheOpening)
         {"no body", 2, replyOf("Auth", {}), kRefused},
         {"negative body", 2, replyOf("Auth", {}, -1), kRefused},
         {"no server version", 2, replyOf("Auth", Bytes(19)), kRefused},
+        {"refused, the rest in place", 2, replyOf("Auth", {0, 0, 0, 0, 0, 0, 0, 8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7}),
+         kRefused},
         {"code cut", 3, replyOf("Auth", {0, 0, 0, 1, 0, 0, 0}), kRefused},
         {"wrong eyecatcher", 4, admin, kFailed},
         {"name one byte shorter", 4, replyOf("Auth", initial), kFailed},
         {"no body", 4, replyOf("Admin", {}), kFailed},
         {"most negative body", 4, replyOf("Admin", {}, INT32_MIN), kFailed},
         {"server version cut", 4, replyOf("Admin", Bytes(11)), kFailed},
+        {"refused, the rest in place", 4, replyOf("Admin", {0, 0, 0, 0, 0, 0, 0, 9, 0, 0, 0, 7}), kFailed},
+        {"exception with call data", 5,
+         replyOf("Admin", {0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0xAC, 0xED, 0, 5, 0x74, 0, 1, '2'}), kFailed},
         {"no exception flag", 5, replyOf("Admin", {0, 0, 0, 1, 0, 0, 0, 0}), kFailed},
         {"no call data", 5, replyOf("Admin", {0, 0, 0, 1, 0, 0, 0, 0, 0}), kFailed},
         {"length cut", 5, replyOf("Admin", {0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0xAC, 0xED, 0, 5, 0x74, 0}), kFailed},

@@ -10,7 +10,6 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <regex>
-#include <set>
 #include <vector>
 
 using namespace rixstats;
@@ -68,10 +67,8 @@ std::string contentOf(const nlohmann::json &reply)
 
 // ---- Genuine replies
 
-// Those that the fixed skips do not follow: a text or a length lies across two blocks, or an object is a back reference.
-const std::set<std::string> NOT_FOLLOWED = {"ids-payload-1025", "ids-edge-between",  "ids-edge-length-split",
-                                            "ids-edge-text",    "ids-300-short",     "ids-long-element",
-                                            "stats-id-1021",    "stats-value-40000", "stats-same-object-twice"};
+// Blocks end inside its list: cut short, it is no whole stream any more, and the fixed skips read it without noticing.
+const std::string READ_BY_SKIPS_WHEN_CUT = "ids-payload-1025";
 
 std::vector<std::string> replyNames()
 {
@@ -93,12 +90,10 @@ protected:
         callData.assign(std::istreambuf_iterator<char>(data), {});
         expected = contentOf(nlohmann::json::parse(content));
         parser = expected.rfind("RIXSTSET", 0) == 0 ? parseStatsData : parseIdsData;
-        followed = NOT_FOLLOWED.count(GetParam()) == 0;
         ASSERT_FALSE(callData.empty());
     }
 
     std::string callData, expected;
-    bool followed = false;
     Parser parser = nullptr;
 };
 
@@ -108,12 +103,8 @@ TEST_P(GenuineReply, FillsBuffersOfAnySizeWithTheSameResultSet)
     for (const int size : {RESULT_SET_SIZE, 16, 17, 23, 64, exact - 5, exact - 4, exact - 1, exact}) {
         SCOPED_TRACE(size);
         const Parsed parsed = parse(parser, callData, size);
-        if (followed) {
-            expectResultSet(parsed, expected);
-            EXPECT_TRUE(parsed.length == size || parsed.length / 2 < exact) << parsed.length;
-        } else {
-            EXPECT_THAT(parsed.rc, AnyOf(STAPI_OK, STAPI_GATEWAY_EXCHANGE_FAILED));
-        }
+        expectResultSet(parsed, expected);
+        EXPECT_TRUE(parsed.length == size || parsed.length / 2 < exact) << parsed.length;
     }
 }
 
@@ -124,7 +115,7 @@ TEST_P(GenuineReply, CutShortIsMalformedOrMissesOnlyEndMarks)
     for (size_t length = 0; length < callData.size(); length += step) {
         SCOPED_TRACE(length);
         const Parsed parsed = parse(parser, callData.substr(0, length), 64);
-        if (parsed.rc == STAPI_OK && followed) {
+        if (parsed.rc == STAPI_OK && GetParam() != READ_BY_SKIPS_WHEN_CUT) {
             EXPECT_GE(length + endMarks, callData.size());
             expectResultSet(parsed, expected);
         } else {
@@ -201,18 +192,86 @@ TEST(Parse, ReadsOneResponseOrAListOfAnyLength)
     expectResultSet(parse(parseStatsData, list(0)), "RIXSTSET" + word(0) + TERMINATOR);
 }
 
-TEST(Parse, AcceptsBothEndsOfAnElementWithoutStatisticsAnywhere)
+TEST(Parse, AcceptsBothEndsOfAnElementWithoutStatistics)
 {
     const std::string full = head("f", 0) + u32(1) + STAT_CLASS + stat(w(wireText("i") + wireText("1")));
     const std::string fullContent = counted("f") + word(0) + word(1) + counted("i") + counted("1");
     const std::string noneContent = counted("n") + word(5) + word(0);
     for (const std::string &end : {std::string("x"), STAT_CLASS}) {
-        const std::string none = head("n", 5) + u32(0) + end;
+        const std::string none = head("n", 5) + u32(0);
         const std::string failed = head("g", -2) + "x";
-        expectResultSet(parse(parseStatsData, list(4) + none + full + failed + none),
+        expectResultSet(parse(parseStatsData, list(4) + none + STAT_CLASS + full + failed + none + end),
                         "RIXSTSET" + word(4) + noneContent + fullContent + counted("g") + word(-2) + noneContent +
                             TERMINATOR);
     }
+}
+
+// ---- Replies that hold to the structure of an object stream, in forms that a virtual machine need not write
+
+std::string streamHead()
+{
+    const std::string rest = std::string(8, 'u') + "\x0C" + u16(0) + "x";
+    return "\xAC\xED" + u16(5) + "sr" + wireText("Reply") + rest + "r" + wireText("Base") + rest + "p";
+}
+
+const std::string STREAM_STAT = "sr" + wireText("Stat") + std::string(8, 'u') + "\x0C" + u16(0) + "xp";
+const std::string LATER_STAT = "sq" + u32(0x7E0003);
+
+std::string again(uint32_t which)
+{
+    return "q" + u32(0x7E0004 + which);
+}
+
+TEST(Structure, BlocksMayHaveAnyLengthAndEndAnywhere)
+{
+    const std::string big(40000, 'b');
+    const std::string data = wireText("all") + u32(0) + u32(3) + wireText(big) + wireText("") + wireText(big);
+    const std::string expected = "RIXIDSET" + word(1) + counted("all") + word(0) + word(3) + counted(big) +
+                                 counted("") + counted(big) + TERMINATOR;
+    expectResultSet(parse(parseIdsData, '\0' + streamHead() + z(data) + "x", 64), expected);
+    for (size_t cut = 0; cut < 30; cut++) // within each length and text at the start, a short block first
+        expectResultSet(
+            parse(parseIdsData, '\0' + streamHead() + w(data.substr(0, cut)) + z(data.substr(cut)) + "x", 64),
+            expected);
+    const std::string value = wireText("id") + wireText(big);
+    for (size_t cut = 0; cut < 30; cut++)
+        expectResultSet(parse(parseStatsData, '\0' + streamHead() + w(wireText("all") + u32(0) + u32(1)) + STREAM_STAT +
+                                                  w(value.substr(0, cut)) + z(value.substr(cut)) + "xx"),
+                        "RIXSTSET" + word(1) + counted("all") + word(0) + word(1) + counted("id") + counted(big) +
+                            TERMINATOR);
+}
+
+TEST(Structure, AStatisticMayComeAgainByReferenceWithinReason)
+{
+    const auto reply = [](const std::string &value, uint32_t times, const std::string &reference) {
+        std::string bytes = '\0' + streamHead() + w(wireText("all") + u32(0) + u32(2 + times)) + STREAM_STAT +
+                            w(wireText("a") + wireText("1")) + "x" + LATER_STAT + z(wireText("b") + wireText(value)) +
+                            "x";
+        for (uint32_t i = 0; i < times; i++)
+            bytes += reference;
+        return bytes + "x";
+    };
+    const std::string a = counted("a") + counted("1"), b = counted("b") + counted("22");
+    expectResultSet(parse(parseStatsData, reply("22", 3, again(1)), 16),
+                    "RIXSTSET" + word(1) + counted("all") + word(0) + word(5) + a + b + b + b + b + TERMINATOR);
+    EXPECT_EQ(STAPI_GATEWAY_EXCHANGE_FAILED, parse(parseStatsData, reply("22", 1, again(2))).rc) << "not yet there";
+    EXPECT_EQ(STAPI_GATEWAY_EXCHANGE_FAILED, parse(parseStatsData, reply("22", 1, again(~0u))).rc)
+        << "the reply itself";
+    EXPECT_EQ(STAPI_OK, parse(parseStatsData, reply(std::string(60000, 'v'), 200, again(1))).rc);
+    EXPECT_EQ(STAPI_GATEWAY_EXCHANGE_FAILED, parse(parseStatsData, reply(std::string(60000, 'v'), 300, again(1))).rc);
+}
+
+TEST(Structure, OneByteOffAndTheFixedSkipsReadTheReply)
+{
+    // In two blocks, the second within the identifier: by structure "abcd", by the skips with the header inside.
+    const std::string sound =
+        '\0' + streamHead() + w(wireText("all") + u32(0) + u32(1) + u16(4) + "ab") + w("cd") + "x";
+    const std::string front = "RIXIDSET" + word(1) + counted("all") + word(0) + word(1);
+    expectResultSet(parse(parseIdsData, sound), front + counted("abcd") + TERMINATOR);
+    expectResultSet(parse(parseIdsData, sound + "x"), front + counted(std::string("abw\2", 4)) + TERMINATOR);
+    std::string otherMagic = sound;
+    otherMagic[2] = 'm';
+    expectResultSet(parse(parseIdsData, otherMagic), front + counted(std::string("abw\2", 4)) + TERMINATOR);
 }
 
 TEST(Parse, GathersAValueFromItsBlocks)
