@@ -58,6 +58,23 @@ class Viewer(unittest.TestCase):
         self.assertEqual(1, len({len(row) for row in values.stdout.splitlines()[1:]}), "numbers are aligned")
         self.assertGreaterEqual(len(everything.stdout.splitlines()), 100)
 
+    def test_asks_for_thousands_of_statistics_in_blocks_of_any_length(self):
+        names = [f"N{i:04}" for i in range(2000)]
+        with tempfile.TemporaryDirectory() as directory:
+            path = os.path.join(directory, "large.catalogue")
+            many = "".join(f"text M{i} {i}\n" for i in range(8000))
+            pathlib.Path(path).write_text("group G\n" + "".join(f"text {name} v{name}\n" for name in names) +
+                                          "group H\n" + many + "long Huge 65535 x\n")
+            for blocks in ("1024", "0", "7"):
+                with Simulator("--catalogue", path, "--blocks", blocks) as gateway:
+                    ids = rixstat("--port", gateway.port, "ids", "G")
+                    values = rixstat("--port", gateway.port, "get", *(f"G_{name}" for name in names))
+                    everything = rixstat("--port", gateway.port, "get")
+                self.assertEqual([f"G_{name}" for name in names], re.findall(r"^G +(\S+)$", ids.stdout, re.M))
+                self.assertEqual([f"v{name}" for name in names], re.findall(r"(\S+)$", values.stdout, re.M)[1:])
+                self.assertEqual(10002, everything.stdout.count("\n"))
+                self.assertIn("x" * 65535, everything.stdout)
+
     def test_equal_seeds_give_equal_values(self):
         def values():
             with Simulator() as gateway:

@@ -100,12 +100,8 @@ void addOptions(CLI::App &app, Arguments &arguments)
         ->check(CLI::Range(0LL, 24LL * 3600 * 1000))
         ->capture_default_str();
     app.add_option("--catalogue", arguments.catalogueFile, "File with the groups and statistics to have");
-    app.add_option("--list-block-limit", options.stream.listBlockLimit,
-                   "Longest block of identifiers in a reply, 0 for no limit")
-        ->check(kNotNegative)
-        ->capture_default_str();
-    app.add_option("--stat-block-limit", options.stream.statBlockLimit,
-                   "Longest block of a statistic in a reply, 0 for no limit")
+    app.add_option("--blocks", options.stream.blockLimit,
+                   "Longest block of data in a reply; 1024 is a virtual machine's, 0 sets no limit")
         ->check(kNotNegative)
         ->capture_default_str();
     app.add_flag("--verbose", arguments.verbose, "Tell of each flow on standard error");

@@ -84,7 +84,7 @@ void appendStatistics(Bytes &out, const std::vector<Item> &statistics, const Str
         Bytes payload;
         appendText(payload, statistic.id);
         appendText(payload, statistic.value);
-        appendBlocks(out, payload, style.statBlockLimit);
+        appendBlocks(out, payload, style.blockLimit);
         appendU8(out, kEnd);
     }
 }
@@ -106,7 +106,7 @@ void appendResponse(Bytes &out, ReplyKind kind, const Response &response, const 
             for (const Item &identifier : response.items)
                 appendText(payload, identifier.id);
     }
-    appendBlocks(out, payload, style.listBlockLimit);
+    appendBlocks(out, payload, style.blockLimit);
     if (response.code >= 0 && kind == ReplyKind::statistics) appendStatistics(out, response.items, style);
     appendU8(out, kEnd);
 }
@@ -127,12 +127,12 @@ std::size_t responseSize(ReplyKind kind, const Response &response, const StreamS
             if (kind == ReplyKind::identifiers)
                 payload += 2 + item.id.size();
             else
-                size += 7 + blocksSize(4 + item.id.size() + item.value.size(), style.statBlockLimit);
+                size += 7 + blocksSize(4 + item.id.size() + item.value.size(), style.blockLimit);
         }
         if (kind == ReplyKind::statistics && !response.items.empty())
             size += classSize(style.statistic) - 4; // the first one describes the class, the others refer to it
     }
-    return size + blocksSize(payload, style.listBlockLimit);
+    return size + blocksSize(payload, style.blockLimit);
 }
 
 bool asArray(const std::vector<Response> &responses, const StreamStyle &style)

@@ -52,8 +52,7 @@ struct StreamStyle
     StreamClass statisticReply = {"com.yst.rix.stats.StatisticReply", 0x6E0F51B82C7D9A43};
     StreamClass replyBase = {"com.yst.rix.stats.Reply", 0x2B9C70E4A1D65F08};
     StreamClass statistic = {"com.yst.rix.stats.Statistic", 0x53F8162D0BA7C49E};
-    std::size_t listBlockLimit = 0;    // longest block of an element's head and its identifiers; 0 = unlimited
-    std::size_t statBlockLimit = 1024; // longest block of a statistic's identifier and value; 0 = unlimited
+    std::size_t blockLimit = 1024; // longest block; 1024 is a virtual machine's, 0 makes one block of any length
     ReplyForm form = ReplyForm::automatic;
     std::uint8_t singleFlag = 0; // flag byte of the single form, any value but 1
 };
