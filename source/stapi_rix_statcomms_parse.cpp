@@ -92,22 +92,26 @@ static void putChars(ResultSetWriter *out, Block text)
     out->totaldatawritten += text.length;
 }
 
-// Block data, from the reply to the result set: as many bytes as wanted, in the pieces in which they come.
-static void copyBytes(ReplyReader &in, ResultSetWriter *out, int length)
+// Block data that ends in another block than it begins in, in the pieces in which it comes.
+static void copyPieces(ReplyReader &in, ResultSetWriter *out, uint32_t left)
 {
-    uint32_t left = static_cast<uint32_t>(length);
-    do {
+    while (left > 0 && !in.bytes.bad) {
         const uint32_t piece = nextPiece(in, left);
         putChars(out, readBlock(in.bytes, static_cast<int>(piece)));
         left -= piece;
-    } while (left > 0 && !in.bytes.bad);
+    }
 }
 
 // A text whose length has been read.
 static void copyChars(ReplyReader &in, ResultSetWriter *out, int length)
 {
     putInteger(out, length);
-    copyBytes(in, out, length);
+    if (static_cast<uint32_t>(length) > in.blockLeft) {
+        copyPieces(in, out, static_cast<uint32_t>(length));
+        return;
+    }
+    in.blockLeft -= static_cast<uint32_t>(length);
+    putChars(out, readBlock(in.bytes, length));
 }
 
 static void copyText(ReplyReader &in, ResultSetWriter *out)
@@ -145,7 +149,7 @@ static int copyElementHead(ReplyReader &in, ResultSetWriter *out)
     skip(in.bytes, 13);
     openBlock(in);
     copyText(in, out);
-    const int queryRc = blockI32(in);
+    const int queryRc = static_cast<int>(blockU32(in));
     putInteger(out, queryRc);
     return queryRc;
 }
@@ -175,7 +179,7 @@ int parseIdsReply(ReplyStructure structure, const char *rawData, int rawDataLen,
                   int *resultSetBufferLen)
 {
     ResultSetWriter out = {resultSetBuffer, resultSetBufferLen, *resultSetBuffer, 0, 0, STAPI_OK};
-    ReplyReader in = {readerOf(rawData, rawDataLen), structure.holds, 0};
+    ReplyReader in = replyReaderOf(rawData, rawDataLen, structure.holds);
     const int numResponses = readNumResponses(in.bytes);
     DEBUG(2225, "stapi_rix_statcomms.parseIdsData received %d responses from the Gateway\n", numResponses);
     startResultSet(&out, ID_SET_EYECATCHER, numResponses);
@@ -218,7 +222,7 @@ static uint8_t peekBlockType(const Reader &in)
 static int copyPiece(ReplyReader &in, ResultSetWriter *out, uint32_t length, int remainingdata)
 {
     if (length > static_cast<uint32_t>(remainingdata)) spoil(in.bytes);
-    in.blockLeft = 0;
+    in.blockLeft -= length;
     putChars(out, readBlock(in.bytes, static_cast<int>(length)));
     return remainingdata - static_cast<int>(length);
 }
@@ -242,7 +246,7 @@ static uint32_t openShortPiece(ReplyReader &in)
 static void copyContinuedValue(ReplyReader &in, ResultSetWriter *out, int statdatalength, int length)
 {
     int remainingdata = statdatalength - length;
-    in.blockLeft = 0;
+    in.blockLeft -= static_cast<uint32_t>(length);
     putInteger(out, statdatalength);
     putChars(out, readBlock(in.bytes, length));
     DEBUG(2234, "stapi_rix_statcomms.parseStatsData written %d of %d bytes. Remaining data = %d bytes\n", length,
@@ -401,7 +405,7 @@ int parseStatsReply(ReplyStructure structure, const char *rawData, int rawDataLe
                     int *resultSetBufferLen)
 {
     ResultSetWriter out = {resultSetBuffer, resultSetBufferLen, *resultSetBuffer, 0, 0, STAPI_OK};
-    ReplyReader in = {readerOf(rawData, rawDataLen), structure.holds, 0};
+    ReplyReader in = replyReaderOf(rawData, rawDataLen, structure.holds);
     const int numResponses = readNumResponses(in.bytes);
     DEBUG(2221, "stapi_rix_statcomms.parseStatsData received %d responses from the Gateway\n", numResponses);
     startResultSet(&out, STAT_SET_EYECATCHER, numResponses);

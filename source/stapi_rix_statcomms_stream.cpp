@@ -1,4 +1,5 @@
-// A quick look over a whole reply: does it hold to the structure of an object stream? Nothing is copied, nothing traced.
+// A quick look over a whole reply: does it hold to the structure of an object stream? Nothing is copied, nothing
+// traced.
 //
 //   reply       flag 0, or flag 1 and number of responses | response ...
 //   response    AC ED 00 05 73 72 | class | 72 | class of no super class | block data | 78
@@ -13,6 +14,7 @@
 namespace rixstats {
 
 constexpr unsigned char STREAM_START[] = {0xAC, 0xED, 0x00, 0x05, TC_OBJECT, TC_CLASSDESC};
+constexpr unsigned char LATER_STAT[] = {TC_REFERENCE, 0x00, 0x7E, 0x00, 0x03, TC_BLOCKDATA};
 constexpr uint8_t SC_WRITE_METHOD = 0x01;
 constexpr uint8_t SC_SERIALIZABLE = 0x02;
 constexpr uint8_t SC_EXTERNALIZABLE = 0x0C; // with block data
@@ -40,9 +42,8 @@ static void scanClass(Reader &in, uint8_t superClass)
     expectU8(in, superClass);
 }
 
-static void scanText(ReplyReader &in)
+static void scanLongText(ReplyReader &in, uint32_t left)
 {
-    uint32_t left = static_cast<uint32_t>(blockTextLength(in));
     while (left > 0 && !in.bytes.bad) {
         const uint32_t piece = nextPiece(in, left);
         skip(in.bytes, piece);
@@ -50,10 +51,37 @@ static void scanText(ReplyReader &in)
     }
 }
 
+static inline void scanText(ReplyReader &in)
+{
+    const uint32_t length = blockU16(in);
+    if (length > in.blockLeft) {
+        scanLongText(in, length);
+        return;
+    }
+    in.blockLeft -= length;
+    skip(in.bytes, length);
+}
+
 static void endBlockData(ReplyReader &in)
 {
     if (in.blockLeft != 0) spoil(in.bytes);
     expectU8(in.bytes, TC_ENDBLOCKDATA);
+}
+
+// What nearly all statistics are: of a class that came before, in one short block. Steps over one and its end mark; or
+// stays where it is. Worth its lines: the scan of a long reply takes half the time.
+static bool scanShortStat(Reader &in)
+{
+    const size_t left = bytesLeft(in);
+    const uint8_t *p = in.pos;
+    if (left < 11 || memcmp(p, LATER_STAT, sizeof LATER_STAT) != 0) return false;
+    const size_t size = p[6], idLength = static_cast<size_t>(p[7]) << 8 | p[8];
+    if (size + 8 > left || idLength + 4 > size) return false;
+    const uint8_t *value = p + 9 + idLength;
+    const size_t valueLength = static_cast<size_t>(value[0]) << 8 | value[1];
+    if (idLength + valueLength + 4 != size || p[7 + size] != TC_ENDBLOCKDATA) return false;
+    in.pos += size + 8;
+    return true;
 }
 
 static void scanNewStat(ReplyReader &in, bool first)
@@ -78,7 +106,7 @@ static void scanStats(ReplyReader &in, uint32_t numStats, ReplyStructure *struct
     for (uint32_t j = 0; j < numStats && !in.bytes.bad; j++) {
         const uint8_t type = readU8(in.bytes);
         if (type == TC_OBJECT) {
-            scanNewStat(in, objects == 0);
+            if (objects == 0 || !scanShortStat(in.bytes)) scanNewStat(in, objects == 0);
             objects++;
         } else {
             structure->references = true;
@@ -96,11 +124,11 @@ static void scanResponse(ReplyReader &in, bool ofStatistics, ReplyStructure *str
     scanClass(in.bytes, TC_NULL);
     openBlock(in);
     scanText(in);
-    if (blockI32(in) < 0) {
+    if (static_cast<int32_t>(blockU32(in)) < 0) {
         endBlockData(in);
         return;
     }
-    const uint32_t count = blockInteger(in, 4);
+    const uint32_t count = blockU32(in);
     if (ofStatistics) {
         scanStats(in, count, structure);
         return;
@@ -113,7 +141,7 @@ static void scanResponse(ReplyReader &in, bool ofStatistics, ReplyStructure *str
 ReplyStructure scanReply(const char *rawData, int rawDataLen, bool ofStatistics)
 {
     ReplyStructure structure = {false, false};
-    ReplyReader in = {readerOf(rawData, rawDataLen), true, 0};
+    ReplyReader in = replyReaderOf(rawData, rawDataLen, true);
     const uint8_t arrayFlag = readU8(in.bytes);
     if (arrayFlag > 1) return structure;
     const uint32_t numResponses = arrayFlag == 1 ? readU32(in.bytes) : 1;

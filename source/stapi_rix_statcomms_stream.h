@@ -24,12 +24,20 @@ constexpr uint8_t TC_BLOCKDATALONG = 0x7A; // 'z': a block with four length byte
 constexpr uint32_t STAT_CLASS_HANDLE = 0x7E0003;
 constexpr uint32_t FIRST_STAT_HANDLE = 0x7E0004;
 
+// By fixed skips the whole reply is as good as one block that never ends.
+constexpr uint32_t ENDLESS_BLOCK = UINT32_MAX;
+
 typedef struct _ReplyReader
 {
     Reader bytes;
     bool byStructure;
-    uint32_t blockLeft; // by structure: of the block being read
+    uint32_t blockLeft; // of the block being read
 } ReplyReader;
+
+inline ReplyReader replyReaderOf(const char *rawData, int rawDataLen, bool byStructure)
+{
+    return {readerOf(rawData, rawDataLen), byStructure, byStructure ? 0 : ENDLESS_BLOCK};
+}
 
 // What a scan found out about a reply.
 typedef struct _ReplyStructure
@@ -64,7 +72,6 @@ inline uint32_t openBlock(ReplyReader &in)
 // Bytes of block data that can be had in one piece, at most `wanted`; steps into the next block where one has ended.
 inline uint32_t nextPiece(ReplyReader &in, uint32_t wanted)
 {
-    if (!in.byStructure) return wanted;
     while (in.blockLeft == 0 && wanted > 0 && !in.bytes.bad)
         openBlock(in);
     const uint32_t piece = wanted < in.blockLeft ? wanted : in.blockLeft;
@@ -72,7 +79,8 @@ inline uint32_t nextPiece(ReplyReader &in, uint32_t wanted)
     return piece;
 }
 
-inline uint32_t blockInteger(ReplyReader &in, uint32_t size)
+// An integer that may lie across the end of a block.
+inline uint32_t splitInteger(ReplyReader &in, uint32_t size)
 {
     uint32_t value = 0;
     for (uint32_t i = 0; i < size && !in.bytes.bad; i++) {
@@ -82,25 +90,33 @@ inline uint32_t blockInteger(ReplyReader &in, uint32_t size)
     return value;
 }
 
-// By structure a length is what a stream can carry, up to 65,535; by fixed skips it is signed.
-inline int blockTextLength(ReplyReader &in)
+inline uint32_t blockU16(ReplyReader &in)
 {
-    if (!in.byStructure) return readLength(in.bytes);
-    if (in.blockLeft < 2) return static_cast<int>(blockInteger(in, 2));
+    if (in.blockLeft < 2) return splitInteger(in, 2);
     in.blockLeft -= 2;
     return readU16(in.bytes);
 }
 
-inline int32_t blockI32(ReplyReader &in)
+inline uint32_t blockU32(ReplyReader &in)
 {
-    return in.byStructure ? static_cast<int32_t>(blockInteger(in, 4)) : readI32(in.bytes);
+    if (in.blockLeft < 4) return splitInteger(in, 4);
+    in.blockLeft -= 4;
+    return readU32(in.bytes);
+}
+
+// By structure a length is what a stream can carry, up to 65,535; by fixed skips it is signed.
+inline int blockTextLength(ReplyReader &in)
+{
+    const uint32_t length = blockU16(in);
+    if (!in.byStructure && length > INT16_MAX) spoil(in.bytes);
+    return in.bytes.bad ? 0 : static_cast<int>(length);
 }
 
 // A scan has counted the items of a reply that is read by structure.
 inline int blockCount(ReplyReader &in, size_t leastItem)
 {
     if (!in.byStructure) return readCount(in.bytes, leastItem);
-    const uint32_t count = blockInteger(in, 4);
+    const uint32_t count = blockU32(in);
     if (count > INT32_MAX) spoil(in.bytes);
     return in.bytes.bad ? 0 : static_cast<int>(count);
 }
