@@ -10,11 +10,11 @@ using namespace fault;
 
 namespace {
 
-// Runs before the suites that call the library in this process, see MemoryDeathTest.
 class CallsDeathTest : public testing::Test
 {
 protected:
-    void expectSweep(const std::string &outcome, std::string_view call, std::initializer_list<int> errors, int times = 1)
+    void expectSweep(const std::string &outcome, std::string_view call, std::initializer_list<int> errors,
+                     int times = 1)
     {
         for (const int error : errors) {
             const Sweep swept = sweep(gateway.port, kQueries[3], call, error, times);
@@ -44,8 +44,10 @@ TEST_F(CallsDeathTest, EveryFailingCallIsToldByItsCodeAndLeavesNothing)
     }
     expectSweep("open -118", "getsockopt", {EBADF, ENOBUFS});
     expectSweep("open -118, open -102, query -102, close 0", "select", {EBADF, EINVAL, ENOMEM});
-    expectSweep("open -118, open -102, query -102, close 0", "send", {EPIPE, ECONNRESET, EBADF, ENOBUFS, EHOSTUNREACH, 0});
-    expectSweep("open -118, open -122, query -122, close 0", "recv", {ECONNRESET, ETIMEDOUT, EBADF, ENOMEM, EHOSTUNREACH});
+    expectSweep("open -118, open -102, query -102, close 0", "send",
+                {EPIPE, ECONNRESET, EBADF, ENOBUFS, EHOSTUNREACH, 0});
+    expectSweep("open -118, open -122, query -122, close 0", "recv",
+                {ECONNRESET, ETIMEDOUT, EBADF, ENOMEM, EHOSTUNREACH});
     expectSweep("close 0", "close", {EIO, EINTR});
 }
 
@@ -69,21 +71,19 @@ protected:
 std::vector<int> waitsOf(int port, const std::vector<time_t> &interruptions)
 {
     std::vector<int> waits;
-    const Wait wait = [&](fd_set *, fd_set *, const timeval &timeout) {
-        EXPECT_EQ(0, timeout.tv_usec);
+    const Wait wait = [&](fd_set *, const timeval &timeout) {
         waits.push_back(static_cast<int>(timeout.tv_sec));
         if (waits.size() > interruptions.size()) return 0;
         clockAhead = interruptions[waits.size() - 1];
         errno = EINTR;
         return -1;
     };
-    char *version = nullptr;
-    RIX_GatewayToken_t gateway = nullptr;
     connectWait = &wait;
     clockAhead = 0;
+    char *version = nullptr;
+    RIX_GatewayToken_t gateway = nullptr;
     const Injection injection("connect", 1, EINPROGRESS);
     EXPECT_EQ(STAPI_CONNECT_TIMED_OUT, openGatewayConnection(port, &gateway, &version));
-    EXPECT_EQ(nullptr, gateway);
     connectWait = nullptr;
     return waits;
 }
@@ -91,13 +91,11 @@ std::vector<int> waitsOf(int port, const std::vector<time_t> &interruptions)
 TEST_F(ConnectWaitTest, LastsSixtySecondsWithoutInterruptionsAndTheRestAfterOne)
 {
     start();
-    const struct
-    {
-        std::vector<time_t> interruptions;
-        std::vector<int> waits;
-    } rows[] = {{{}, {60}},       {{10}, {60, 50}}, {{1}, {60, 59}},  {{59}, {60, 1}},
-                {{0}, {60, 1}}, // the whole of a first second is not counted as waited, but one more is all there is
-                {{60}, {60, 1}},  {{61}, {60, 1}},  {{-5}, {60, 1}},  {{0, 0, 10, 30, 90}, {60, 1, 1, 50, 30, 1}}};
+    // The whole of a first second does not count as waited for, but one second more is all there is then.
+    const std::pair<std::vector<time_t>, std::vector<int>> rows[] = {
+        {{}, {60}},      {{10}, {60, 50}}, {{1}, {60, 59}},
+        {{59}, {60, 1}}, {{0}, {60, 1}},   {{60}, {60, 1}},
+        {{61}, {60, 1}}, {{-5}, {60, 1}},  {{0, 0, 10, 30, 90}, {60, 1, 1, 50, 30, 1}}};
     for (const auto &[interruptions, waits] : rows)
         EXPECT_EQ(waits, waitsOf(simulator->port(), interruptions)) << testing::PrintToString(interruptions);
     EXPECT_EQ(STAPI_OK, connect());
@@ -106,7 +104,7 @@ TEST_F(ConnectWaitTest, LastsSixtySecondsWithoutInterruptionsAndTheRestAfterOne)
 TEST_F(ConnectWaitTest, ThatEndsWithAnExceptionAloneCountsAsConnected)
 {
     start();
-    const Wait wait = [](fd_set *writable, fd_set *, const timeval &) {
+    const Wait wait = [](fd_set *writable, const timeval &) {
         FD_ZERO(writable);
         std::this_thread::sleep_for(std::chrono::milliseconds(20)); // until it is really connected
         return 1;

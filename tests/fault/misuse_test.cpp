@@ -8,11 +8,22 @@ namespace {
 class MisuseTest : public GatewayTest
 {
 protected:
-    RIX_ResultSetToken_t ask()
+    RIX_ResultSetToken_t stats()
     {
         RIX_ResultSetToken_t resultSet = nullptr;
         EXPECT_EQ(STAPI_OK, getStats(gateway, &resultSet));
         return resultSet;
+    }
+    // With the trace off, then with a trace that shows all arguments and cannot be written.
+    template <class Calls>
+    void traceOffAndOn(Calls calls)
+    {
+        const long blocks = fault::liveBlocks();
+        calls();
+        EXPECT_TRUE(setAPITraceFile("/dev/full") == STAPI_OK && setAPITraceLevel(5) == STAPI_OK);
+        calls();
+        EXPECT_EQ(blocks, fault::liveBlocks());
+        EXPECT_EQ(3u, readStats(stats()).size());
     }
 };
 
@@ -20,135 +31,100 @@ TEST_F(MisuseTest, NullInAnyPositionIsRefusedAndChangesNothing)
 {
     open();
     const int port = simulator->port();
-    const RIX_ResultSetToken_t stats = ask();
-    const Walk expected = readStats(stats);
+    const RIX_ResultSetToken_t rs = stats();
+    const Walk expected = readStats(rs);
+    simulator->clearRequests();
     char unset = 0;
     char *text = &unset;
-    auto *token = reinterpret_cast<RIX_GatewayToken_t>(&unset);
-    auto *resultSet = reinterpret_cast<RIX_ResultSetToken_t>(&unset);
-    RIX_GatewayToken_t noToken = nullptr;
-    RIX_ResultSetToken_t noResultSet = nullptr;
+    auto *const noToken = reinterpret_cast<RIX_GatewayToken_t>(&unset);
+    auto *const noSet = reinterpret_cast<RIX_ResultSetToken_t>(&unset);
+    RIX_GatewayToken_t token = noToken;
+    RIX_GatewayToken_t nullToken = nullptr;
+    RIX_ResultSetToken_t set = noSet;
+    RIX_ResultSetToken_t nullSet = nullptr;
     RIX_IdData_t id = {{}, &unset, 1, 2, 3, &unset};
     RIX_StatData_t stat = {{}, &unset, 1, 2, 3, &unset, 4, &unset};
-    const std::pair<int, std::function<int()>> rows[] = {
-        {-109, [&] { return getStatsAPIVersion(nullptr); }},
-        {-108, [&] { return openGatewayConnection(port, nullptr, &text); }},
-        {-105, [&] { return openGatewayConnection(port, &token, nullptr); }},
-        {-133, [&] { return openRemoteGatewayConnection(nullptr, port, &token, &text); }},
-        {-108, [&] { return openRemoteGatewayConnection("127.0.0.1", port, nullptr, &text); }},
-        {-105, [&] { return openRemoteGatewayConnection("127.0.0.1", port, &token, nullptr); }},
-        {-108, [&] { return closeGatewayConnection(nullptr); }},
-        {-100, [&] { return closeGatewayConnection(&noToken); }},
-        {-100, [&] { return getResourceGroupIds(nullptr, &resultSet); }},
-        {-125, [&] { return getResourceGroupIds(gateway, nullptr); }},
-        {-100, [&] { return getStatIdsByStatGroupId(nullptr, "Workers", &resultSet); }},
-        {-126, [&] { return getStatIdsByStatGroupId(gateway, nullptr, &resultSet); }},
-        {-125, [&] { return getStatIdsByStatGroupId(gateway, "Workers", nullptr); }},
-        {-100, [&] { return getStatIds(nullptr, &resultSet); }},
-        {-125, [&] { return getStatIds(gateway, nullptr); }},
-        {-100, [&] { return getStats(nullptr, &resultSet); }},
-        {-125, [&] { return getStats(gateway, nullptr); }},
-        {-100, [&] { return getStatsByStatId(nullptr, "Busy", &resultSet); }},
-        {-126, [&] { return getStatsByStatId(gateway, nullptr, &resultSet); }},
-        {-125, [&] { return getStatsByStatId(gateway, "Busy", nullptr); }},
-        {-100, [&] { return getStatsByStatGroupId(nullptr, "Workers", &resultSet); }},
-        {-126, [&] { return getStatsByStatGroupId(gateway, nullptr, &resultSet); }},
-        {-125, [&] { return getStatsByStatGroupId(gateway, "Workers", nullptr); }},
-        {-127, [&] { return getFirstId(nullptr, &id); }},
-        {-128, [&] { return getFirstId(stats, nullptr); }},
-        {-127, [&] { return getNextId(nullptr, &id); }},
-        {-128, [&] { return getNextId(stats, nullptr); }},
-        {-127, [&] { return getFirstStat(nullptr, &stat); }},
-        {-129, [&] { return getFirstStat(stats, nullptr); }},
-        {-127, [&] { return getNextStat(nullptr, &stat); }},
-        {-129, [&] { return getNextStat(stats, nullptr); }},
-        {-127, [&] { return getIdQuery(nullptr, &text); }},
-        {-109, [&] { return getIdQuery(stats, nullptr); }},
-        {-127, [&] { return copyResultSet(nullptr, &resultSet); }},
-        {-125, [&] { return copyResultSet(stats, nullptr); }},
-        {-125, [&] { return freeResultSet(nullptr); }},
-        {-127, [&] { return freeResultSet(&noResultSet); }},
-        {-127, [&] { return dumpResultSet(nullptr); }},
-        {-109, [&] { return getAPITraceLevel(nullptr); }},
-    };
-    simulator->clearRequests();
-    ASSERT_EQ(STAPI_OK, setAPITraceFile("/dev/null"));
-    for (const int level : {0, 5}) { // the trace shows the arguments, null or not
-        ASSERT_EQ(STAPI_OK, setAPITraceLevel(level));
-        for (const auto &row : rows)
-            EXPECT_EQ(row.first, row.second()) << "row " << &row - rows << " at trace level " << level;
-    }
-    EXPECT_TRUE(text == &unset && token == reinterpret_cast<RIX_GatewayToken_t>(&unset));
-    EXPECT_TRUE(resultSet == reinterpret_cast<RIX_ResultSetToken_t>(&unset) && noToken == nullptr && noResultSet == nullptr);
-    EXPECT_TRUE(id.queryElementPtr == &unset && id.idPtr == &unset && id.queryElementLen + id.queryElementRC + id.idLen == 6);
+    traceOffAndOn([&] {
+        EXPECT_EQ(-109, getStatsAPIVersion(nullptr));
+        EXPECT_EQ(-108, openGatewayConnection(port, nullptr, &text));
+        EXPECT_EQ(-105, openGatewayConnection(port, &token, nullptr));
+        EXPECT_EQ(-133, openRemoteGatewayConnection(nullptr, port, &token, &text));
+        EXPECT_EQ(-108, openRemoteGatewayConnection("127.0.0.1", port, nullptr, &text));
+        EXPECT_EQ(-105, openRemoteGatewayConnection("127.0.0.1", port, &token, nullptr));
+        EXPECT_EQ(-108, closeGatewayConnection(nullptr));
+        EXPECT_EQ(-100, closeGatewayConnection(&nullToken));
+        for (const auto ask : {getResourceGroupIds, getStatIds, getStats}) {
+            EXPECT_EQ(-100, ask(nullptr, &set));
+            EXPECT_EQ(-125, ask(gateway, nullptr));
+        }
+        for (const auto ask : {getStatIdsByStatGroupId, getStatsByStatId, getStatsByStatGroupId}) {
+            EXPECT_EQ(-100, ask(nullptr, "Busy", &set));
+            EXPECT_EQ(-126, ask(gateway, nullptr, &set));
+            EXPECT_EQ(-125, ask(gateway, "Busy", nullptr));
+        }
+        for (const auto read : {getFirstId, getNextId}) {
+            EXPECT_EQ(-127, read(nullptr, &id));
+            EXPECT_EQ(-128, read(rs, nullptr));
+        }
+        for (const auto read : {getFirstStat, getNextStat}) {
+            EXPECT_EQ(-127, read(nullptr, &stat));
+            EXPECT_EQ(-129, read(rs, nullptr));
+        }
+        EXPECT_EQ(-127, getIdQuery(nullptr, &text));
+        EXPECT_EQ(-109, getIdQuery(rs, nullptr));
+        EXPECT_EQ(-127, copyResultSet(nullptr, &set));
+        EXPECT_EQ(-125, copyResultSet(rs, nullptr));
+        EXPECT_EQ(-125, freeResultSet(nullptr));
+        EXPECT_EQ(-127, freeResultSet(&nullSet));
+        EXPECT_EQ(-127, dumpResultSet(nullptr));
+        EXPECT_EQ(-109, getAPITraceLevel(nullptr));
+        EXPECT_TRUE(simulator->requests().empty());
+        EXPECT_EQ(expected, readStats(rs));
+    });
+    EXPECT_TRUE(text == &unset && token == noToken && set == noSet && nullToken == nullptr && nullSet == nullptr);
+    EXPECT_TRUE(id.queryElementPtr == &unset && id.idPtr == &unset && id.idLen == 3);
     EXPECT_TRUE(stat.queryElementPtr == &unset && stat.statIdPtr == &unset && stat.statValuePtr == &unset);
-    EXPECT_TRUE(simulator->requests().empty());
-    EXPECT_EQ(expected, readStats(stats));
-    EXPECT_EQ(expected, readStats(ask()));
 }
 
 TEST_F(MisuseTest, OverlongTextsAreRefused)
 {
     open();
     simulator->clearRequests();
-    const RIX_ResultSetToken_t stats = gateway->connRSPtr;
-    RIX_ResultSetToken_t resultSet = nullptr;
-    for (const std::size_t length : {32766u, 32767u, 65535u, 65536u, 65543u, 10000000u}) { // 16 bits tell it to a gateway
-        const std::string query(length, 'q');
-        EXPECT_EQ(STAPI_NO_MEMORY, getStatsByStatId(gateway, query.c_str(), &resultSet)) << length;
-        EXPECT_EQ(STAPI_NO_MEMORY, getStatsByStatGroupId(gateway, query.c_str(), &resultSet)) << length;
-        EXPECT_EQ(STAPI_NO_MEMORY, getStatIdsByStatGroupId(gateway, query.c_str(), &resultSet)) << length;
-    }
-    EXPECT_EQ(nullptr, resultSet);
-    EXPECT_TRUE(simulator->requests().empty());
-
-    RIX_GatewayToken_t none = nullptr;
-    char *noVersion = nullptr;
-    ASSERT_EQ(STAPI_OK, setAPITraceFile("/dev/null"));
-    for (const int level : {0, 4}) { // which shows the host's name
-        ASSERT_EQ(STAPI_OK, setAPITraceLevel(level));
-        for (const std::string &host : {std::string(10000, 'h'), std::string(300, '1'), std::string(5000, '.')})
-            EXPECT_EQ(STAPI_HOST_NOT_FOUND, openRemoteGatewayConnection(host.c_str(), simulator->port(), &none, &noVersion));
-        EXPECT_TRUE(none == nullptr && noVersion == nullptr);
-        for (const std::size_t length : {1024u, 1025u, 4096u, 100000u}) {
-            const std::string name = std::string(length - 8, '/') + "dev/null"; // shorter, it would be opened
-            EXPECT_EQ(STAPI_TRACE_FILE_OPEN_FAILED, setAPITraceFile(name.c_str())) << length;
+    RIX_GatewayToken_t token = nullptr;
+    RIX_ResultSetToken_t set = nullptr;
+    traceOffAndOn([&] {
+        for (const std::size_t length : {32766u, 32767u, 65535u, 65543u, 10000000u}) { // sent with 16 bits of length
+            const std::string text(length, 'q');
+            for (const auto ask : {getStatIdsByStatGroupId, getStatsByStatId, getStatsByStatGroupId})
+                EXPECT_EQ(STAPI_NO_MEMORY, ask(gateway, text.c_str(), &set)) << length;
         }
-    }
-    EXPECT_EQ(3u, readStats(ask()).size());
-    EXPECT_EQ(stats, gateway->connRSPtr);
-}
-
-TEST_F(MisuseTest, TraceThatCannotBeWrittenHindersNothing)
-{
-    ASSERT_EQ(STAPI_OK, setAPITraceFile("/dev/full"));
-    ASSERT_EQ(STAPI_OK, setAPITraceLevel(5));
-    open();
-    const RIX_ResultSetToken_t stats = ask();
-    EXPECT_EQ(STAPI_OK, dumpResultSet(stats));
-    EXPECT_EQ(STAPI_OK, dumpState());
-    EXPECT_EQ(3u, readStats(stats).size());
-    EXPECT_EQ(STAPI_OK, closeGatewayConnection(&gateway));
+        for (const std::string &host : {std::string(10000, 'h'), std::string(300, '1'), std::string(5000, '.')})
+            EXPECT_EQ(STAPI_HOST_NOT_FOUND,
+                      openRemoteGatewayConnection(host.c_str(), simulator->port(), &token, &version));
+        for (const std::size_t length : {1024u, 1025u, 4095u, 100000u}) { // up to 1023 it would be found
+            const std::string file = std::string(length - 8, '/') + "dev/null";
+            EXPECT_EQ(STAPI_TRACE_FILE_OPEN_FAILED, setAPITraceFile(file.c_str())) << length;
+        }
+        EXPECT_TRUE(set == nullptr && token == nullptr && version == std::string("2_0"));
+        EXPECT_TRUE(simulator->requests().empty());
+    });
 }
 
 TEST_F(MisuseTest, ForkedChildIsRefusedItsParentsHandlesAndHasItsOwn)
 {
     open();
-    const RIX_ResultSetToken_t stats = ask();
-    const auto rcOfChild = [&] {
-        RIX_ResultSetToken_t resultSet = nullptr;
-        RIX_GatewayToken_t own = nullptr;
-        char *ownVersion = nullptr;
-        int rc = getStats(gateway, &resultSet);
-        if (rc != STAPI_WRONG_PROCESS) return rc;
-        rc = openGatewayConnection(simulator->port(), &own, &ownVersion);
-        if (rc == STAPI_OK) rc = getStats(own, &resultSet);
-        if (rc == STAPI_OK && readStats(resultSet).size() != 3) rc = -1;
-        return rc == STAPI_OK ? closeGatewayConnection(&own) : rc;
-    };
-    EXPECT_EQ(STAPI_OK, inChild(rcOfChild));
-    EXPECT_EQ(3u, readStats(stats).size());
-    EXPECT_EQ(3u, readStats(ask()).size()); // the parent's connection has not suffered
+    const RIX_ResultSetToken_t ofParent = stats();
+    EXPECT_EQ(STAPI_OK, inChild([&] {
+                  RIX_ResultSetToken_t set = nullptr;
+                  RIX_GatewayToken_t own = nullptr;
+                  if (getStats(gateway, &set) != STAPI_WRONG_PROCESS) return -1;
+                  int rc = openGatewayConnection(simulator->port(), &own, &version);
+                  if (rc == STAPI_OK) rc = getStats(own, &set);
+                  if (rc == STAPI_OK && readStats(set).size() != 3) rc = -2;
+                  return rc == STAPI_OK ? closeGatewayConnection(&own) : rc;
+              }));
+    EXPECT_EQ(3u, readStats(ofParent).size());
+    EXPECT_EQ(3u, readStats(stats()).size()); // the parent's connection has not suffered
 }
 
 } // namespace

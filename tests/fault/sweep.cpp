@@ -1,8 +1,7 @@
 // A life of the library from its first call on, lived with a fault and then without one, in a process of its own.
 #include "faults.h"
 
-#include <csignal>
-#include <cstring>
+#include <sys/socket.h>
 
 using namespace apitest;
 
@@ -12,20 +11,22 @@ const Query kQueries[6] = {
     {"getResourceGroupIds", false, getResourceGroupIds, readIds},
     {"getStatIds", false, getStatIds, readIds},
     {"getStats", false, getStats, readStats},
-    {"getStatIdsByStatGroupId", true, [](auto token, auto *out) { return getStatIdsByStatGroupId(token, "Requests", out); },
-     readIds},
-    {"getStatsByStatId", true, [](auto token, auto *out) { return getStatsByStatId(token, "Busy:nosuch", out); }, readStats},
-    {"getStatsByStatGroupId", true, [](auto token, auto *out) { return getStatsByStatGroupId(token, "Workers", out); },
+    {"getStatIdsByStatGroupId", true,
+     [](auto token, auto *set) { return getStatIdsByStatGroupId(token, "Requests", set); }, readIds},
+    {"getStatsByStatId", true, [](auto token, auto *set) { return getStatsByStatId(token, "Busy:nosuch", set); },
+     readStats},
+    {"getStatsByStatGroupId", true, [](auto token, auto *set) { return getStatsByStatGroupId(token, "Workers", set); },
      readStats},
 };
 
 namespace {
 
+// The texts are literals, which are at the same place in the process that forked.
 struct Report
 {
-    char call[16] = "";    // what the fault struck
-    int code = 0;          // and what that returned
-    char problem[100] = ""; // the first promise that was not kept
+    const char *call = nullptr; // that the fault struck
+    int code = 0;               // what it returned
+    const char *broken = "";    // the first promise that was not kept
 };
 
 class Life
@@ -34,119 +35,112 @@ public:
     Life(Report &theReport, const Injection *theFault) : report(theReport), fault(theFault) {}
 
     void live(int port, const Query &query);
-    void require(bool kept, const char *promise)
+    void promise(bool kept, const char *what)
     {
-        if (!kept && report.problem[0] == '\0') strncpy(report.problem, promise, sizeof report.problem - 1);
+        if (!kept && report.broken[0] == '\0') report.broken = what;
     }
 
     Walk items;
 
 private:
-    int did(const char *call, int code);
+    bool did(const char *call, int code);
     void useResultSet(RIX_ResultSetToken_t resultSet, const Query &query);
 
     Report &report;
     const Injection *const fault;
-    bool told = false;
     char unset = 0;
 };
 
-// The first call during which the fault struck is the one to report; no other may fail.
-int Life::did(const char *call, int code)
+// The first call in which the fault strikes is the one to report; no other may fail.
+bool Life::did(const char *call, int code)
 {
-    if (fault == nullptr || !fault->struck() || std::exchange(told, true)) {
-        require(code == STAPI_OK, (call + std::string(" failed without being struck: ") + std::to_string(code)).c_str());
-    } else {
-        strncpy(report.call, call, sizeof report.call - 1);
+    if (fault != nullptr && fault->struck() && report.call == nullptr) {
+        report.call = call;
         report.code = code;
+    } else {
+        promise(code == STAPI_OK, "only what is struck fails");
     }
-    return code;
+    return code == STAPI_OK;
 }
 
 void Life::useResultSet(RIX_ResultSetToken_t resultSet, const Query &query)
 {
     items = query.read(resultSet);
     RIX_ResultSetToken_t copy = nullptr;
-    if (did("copy", copyResultSet(resultSet, &copy)) == STAPI_OK)
-        require(query.read(copy) == items, "the copy differs");
+    if (did("copy", copyResultSet(resultSet, &copy)))
+        promise(query.read(copy) == items, "a copy is the same");
     else
-        require(copy == nullptr || copy->rsBuffPtr == nullptr, "half a copy");
+        promise(copy == nullptr || copy->rsBuffPtr == nullptr, "a failed copy is none, or empty");
     if (copy != nullptr) did("free", freeResultSet(&copy));
-    require(copy == nullptr, "the handle of a freed copy is not null");
-
+    promise(copy == nullptr, "the handle of a freed copy is null");
     char *text = &unset;
-    if (did("idQuery", getIdQuery(resultSet, &text)) != STAPI_OK) require(text == &unset, "a text in spite of the failure");
-    require(query.read(resultSet) == items, "the result set has suffered");
+    promise(did("idQuery", getIdQuery(resultSet, &text)) || text == &unset, "no text after a failure");
+    promise(query.read(resultSet) == items, "the result set stays as it is");
 }
 
 void Life::live(int port, const Query &query)
 {
     char *version = &unset;
-    if (did("version", getStatsAPIVersion(&version)) != STAPI_OK)
-        require(version == &unset, "a version in spite of the failure");
-
     RIX_GatewayToken_t gateway = nullptr;
+    promise(did("version", getStatsAPIVersion(&version)) || version == &unset, "no version after a failure");
     version = &unset;
-    if (did("open", openGatewayConnection(port, &gateway, &version)) != STAPI_OK) {
-        require(gateway == nullptr && (version == &unset || version == nullptr), "a connection in spite of the failure");
+    if (!did("open", openGatewayConnection(port, &gateway, &version))) {
+        promise(gateway == nullptr && (version == &unset || version == nullptr), "no connection after a failure");
         return;
     }
     RIX_ResultSetToken_t resultSet = nullptr;
-    int rc = did("query", query.ask(gateway, &resultSet));
-    require(rc == STAPI_OK || resultSet == nullptr, "a result set in spite of the failure");
-    if (rc == STAPI_COMMS_FAILURE || rc == STAPI_GATEWAY_EXCHANGE_FAILED) {
-        require(closeGatewayConnection(&gateway) == STAPI_GATEWAY_TOKEN_NOT_FOUND, "a connection after its failure");
+    bool answered = did("query", query.ask(gateway, &resultSet));
+    promise(answered || resultSet == nullptr, "no result set after a failure");
+    if (!answered && report.code != STAPI_NO_MEMORY) {
+        promise(closeGatewayConnection(&gateway) == STAPI_GATEWAY_TOKEN_NOT_FOUND,
+                "the connection ends with its failure");
         return;
     }
-    if (rc != STAPI_OK) rc = did("query", query.ask(gateway, &resultSet)); // the connection has not suffered
-    if (rc == STAPI_OK) {
-        require(gateway->resultSetBufLen == 4 * RESULT_SET_SIZE, "the result set has not grown twice");
-        useResultSet(resultSet, query);
-    }
+    if (!answered) answered = did("query", query.ask(gateway, &resultSet)); // the connection has not suffered
+    if (answered) useResultSet(resultSet, query);
+    promise(gateway->resultSetBufLen == 4 * RESULT_SET_SIZE, "the result set grows twice");
     did("close", closeGatewayConnection(&gateway));
-    require(gateway == nullptr, "the handle of a closed connection is not null");
+    promise(gateway == nullptr, "the handle of a closed connection is null");
 }
 
-// The fault is over when its life is, which the second one has to be none the worse for.
-template <class Inject> Report liveTwice(int port, const Query &query, Inject inject)
+// The second life has to be none the worse for the first one's fault.
+Report liveTwice(int port, const Query &query, std::string_view call, int nth, int error, int times)
 {
     Report report;
+    Life second(report, nullptr);
     const std::ptrdiff_t descriptors = countDescriptors();
     const long blocks = liveBlocks();
-    Walk items;
     {
-        const Injection injection = inject();
+        const Injection injection(call, nth, error, times);
         Life first(report, &injection);
         first.live(port, query);
-        items = std::move(first.items);
+        second.items = first.items;
     }
-    Life second(report, nullptr);
+    const Walk before = second.items;
     second.live(port, query);
-    second.require(items.empty() || items == second.items, "the fault changed the result set");
-    second.require(countDescriptors() == descriptors, "a descriptor is left");
-    second.require(liveBlocks() == blocks + 1, "memory is left"); // but for the trace file's name
-    second.require(!testing::Test::HasFailure(), "a walk went wrong");
+    second.promise(before.empty() || before == second.items, "an answer does not depend on faults");
+    second.promise(descriptors == countDescriptors(), "no descriptor is left");
+    second.promise(blocks + 1 == liveBlocks(), "no memory is left"); // but for the trace file's name
+    second.promise(!testing::Test::HasFailure(), "a walk goes from start to end");
     return report;
 }
 
-template <class Work> Report reportOfChild(Work work)
+template <class Work>
+pid_t forkedWith(int (&ends)[2], Work work)
 {
-    int ends[2] = {-1, -1};
-    EXPECT_EQ(0, pipe(ends));
+    EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, ends));
+    fflush(nullptr);
     const pid_t child = fork();
-    if (child == 0) {
-        alarm(20); // ends a life that waits for ever
-        const Report report = work();
-        _exit(write(ends[1], &report, sizeof report) == sizeof report ? 0 : 1);
-    }
-    close(ends[1]);
-    Report report;
-    if (read(ends[0], &report, sizeof report) != sizeof report) strcpy(report.problem, "the process died");
-    close(ends[0]);
+    close(ends[child == 0 ? 0 : 1]);
+    if (child == 0) _exit(work(ends[1]));
+    return child;
+}
+
+void expectEnd(pid_t child)
+{
     int status = 0;
     EXPECT_EQ(child, waitpid(child, &status, 0));
     EXPECT_EQ(0, status);
-    return report;
 }
 
 } // namespace
@@ -156,54 +150,48 @@ Sweep sweep(int port, const Query &query, std::string_view call, int error, int 
     Sweep swept;
     std::string last;
     for (int nth = 1; nth < 1000 && !testing::Test::HasFailure(); ++nth) {
-        const Report report = reportOfChild(
-            [=, &query] { return liveTwice(port, query, [=] { return Injection(call, nth, error, times); }); });
+        int ends[2];
+        Report report;
+        const pid_t child = forkedWith(ends, [&](int end) {
+            alarm(20); // ends a life that waits for ever
+            report = liveTwice(port, query, call, nth, error, times);
+            return write(end, &report, sizeof report) == sizeof report ? 0 : 1;
+        });
+        if (read(ends[0], &report, sizeof report) != sizeof report) report.broken = "nobody dies";
+        close(ends[0]);
+        expectEnd(child);
+        EXPECT_STREQ("", report.broken) << query.name << ": " << call << " number " << nth << " with " << error;
+        if (report.call == nullptr) return swept;
         const std::string now = report.call + (" " + std::to_string(report.code));
-        EXPECT_STREQ("", report.problem) << query.name << ", " << now << ": " << call << " number " << nth << " with " << error;
-        if (report.call[0] == '\0') return swept;
         if (now != last) swept.outcome += (last.empty() ? "" : ", ") + now;
         last = now;
         ++swept.points;
     }
-    ADD_FAILURE() << "the sweep of " << call << " was given up";
+    ADD_FAILURE() << "gave up";
     return swept;
 }
 
 GatewayProcess::GatewayProcess()
 {
-    int portPipe[2] = {-1, -1};
-    int stop[2] = {-1, -1};
-    EXPECT_TRUE(pipe(portPipe) == 0 && pipe(stop) == 0);
-    process = fork();
-    if (process == 0) {
-        close(stop[1]);
+    process = forkedWith(ends, [](int end) {
         rixgwsim::Options options = smallOptions();
-        options.recordRequests = false;
         options.faults.replySize = 90000;
         rixgwsim::Simulator simulator(options);
         simulator.start();
         const int listening = simulator.port();
-        if (write(portPipe[1], &listening, sizeof listening) != sizeof listening) _exit(2);
-        char end = 0;
-        while (read(stop[0], &end, 1) != 0) // until the tests close the pipe, or are no more
-            ;
-        const std::string error = simulator.lastProtocolError();
-        fputs(error.c_str(), stderr);
-        _exit(error.empty() ? 0 : 1);
-    }
-    close(portPipe[1]);
-    close(stop[0]);
-    stopPipe = stop[1];
-    EXPECT_EQ(static_cast<ssize_t>(sizeof port), read(portPipe[0], &port, sizeof port));
-    close(portPipe[0]);
+        char byte = 0;
+        if (write(end, &listening, sizeof listening) != sizeof listening || read(end, &byte, 1) != 0) return 2;
+        simulator.stop();
+        fputs(simulator.lastProtocolError().c_str(), stderr);
+        return simulator.lastProtocolError().empty() ? 0 : 1;
+    });
+    EXPECT_EQ(static_cast<ssize_t>(sizeof port), read(ends[0], &port, sizeof port));
 }
 
 GatewayProcess::~GatewayProcess()
 {
-    close(stopPipe);
-    int status = 0;
-    EXPECT_EQ(process, waitpid(process, &status, 0));
-    EXPECT_EQ(0, status) << "the gateway was sent something wrong";
+    close(ends[0]); // its sign to end, also when these tests die
+    expectEnd(process);
 }
 
 } // namespace fault
