@@ -30,8 +30,8 @@ constexpr int HEADER_SIZE = 29; // of a reply, without the request name
 
 static const int FAILURES[8] = {ECONNRESET, ECONNREFUSED, ENETUNREACH, ETIMEDOUT, EPIPE, ENOMEM, EMFILE, EBADF};
 
-// Sets the body length in each header to the bytes up to the next one. Without it nearly every mutation that changes the
-// length of a reply is one that cuts the conversation off there.
+// Sets the body length in each header to the bytes up to the next one. Without it nearly every mutation that changes
+// the length of a reply is one that cuts the conversation off there.
 static void repairLengths(uint8_t *begin, uint8_t *end)
 {
     static const uint8_t EYECATCHER[] = {'G', 'a', 't', 'e'};

@@ -74,8 +74,14 @@ Change valueOf(std::size_t length, std::size_t blockLimit)
 {
     return [=](rixgwsim::Options &options) {
         options.catalogue.groups[0].statistics[1].texts = {std::string(length, 'v')};
-        options.stream.statBlockLimit = blockLimit;
+        options.stream.blockLimit = blockLimit;
     };
+}
+
+// Blocks that end inside words and texts, as in long lists of identifiers.
+void cutsShort(rixgwsim::Options &options)
+{
+    options.stream.blockLimit = 7;
 }
 
 // Identifiers longer than a trace line's first room.
@@ -129,7 +135,9 @@ void addMadeReplies(const fs::path &corpus)
         {"ids-other-flag", Action::statisticIds, "", false, flag},
         {"ids-of-groups", Action::statisticIds, "Requests:Idle:Workers", false, asIs},
         {"ids-some-failed", Action::statisticIds, "Nonsense:Requests:Nothing", true, asIs},
+        {"ids-short-blocks", Action::statisticIds, "Nonsense:Requests:Workers", false, cutsShort},
         {"stats", Action::statistics, "", false, asIs},
+        {"stats-short-blocks", Action::statistics, "Nonsense:Requests:Workers", false, cutsShort},
         {"stats-array-of-one", Action::statistics, "", true, array},
         {"stats-of-groups", Action::statistics, "Requests:Idle:Workers", false, asIs},
         {"stats-some-failed", Action::statistics, "Nonsense:Requests_Received:Nothing", false, asIs},
