@@ -30,15 +30,17 @@
  *  4. Texts. Item texts carry a length and are not zero-terminated. Host names and query texts that the caller passes
  *     are zero-terminated and copied; they may be released as soon as the call returns.
  *  5. Threads. Any thread may open connections; only the thread that opened a connection may query it and read its
- *     result set. Any thread may close it at any time, also while a query waits for the gateway: the query then ends
- *     with a failure. Copies of result sets may be read by any thread, one at a time. All other calls may be made by
- *     any thread at any time.
+ *     result set. Any thread may close it, also while a query waits for the gateway (the query then ends with a
+ *     failure), but not while the owning thread reads the result set, which goes with the connection. Copies of result
+ *     sets may be read by any thread, one at a time. All other calls may be made by any thread at any time. No call may
+ *     be made from a signal handler, and no thread be cancelled inside one.
  *  6. Forks. A child process must not use or close the connections of its parent; it opens its own.
  *  7. Manners. The library starts no thread, throws nothing, changes no signal handling, and marks its descriptors
  *     close-on-exec. It prints nothing unless tracing is on or a dump is asked for (but for a line on standard error if
  *     it cannot be set up at all).
  *  8. Waiting. A call that talks to a gateway waits for its answer without a time limit; only the TCP connect has one,
- *     of 60 seconds. Closing the connection from another thread ends the wait.
+ *     of 60 seconds. Closing the connection from another thread ends the wait of a query or an opening. Nothing ends
+ *     the wait of a close for the gateway's answer.
  */
 #ifndef RIXSTATS_H
 #define RIXSTATS_H
@@ -172,9 +174,9 @@ RIXSTATS_API int openRemoteGatewayConnection(const char *hostname, int port, RIX
 RIXSTATS_API int closeGatewayConnection(RIX_GatewayToken_t *gwTokPtr);
 
 /*
- * Closes every connection of the process, whichever thread opened it. The callers' handles stay as they are and are
- * refused from now on. Success also when there is none. Running queries, and connections that are being opened, end as
- * with closeGatewayConnection().
+ * Closes every connection that the process has now, whichever thread opened it. The callers' handles stay as they are
+ * and are refused from now on. Success also when there is none. Running queries, and connections that are being opened,
+ * end as with closeGatewayConnection().
  * Codes: STAPI_GTL_CORRUPT (256 connections were closed; there may be more: call again).
  */
 RIXSTATS_API int closeAllGatewayConnections(void);

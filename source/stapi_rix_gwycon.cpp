@@ -47,20 +47,18 @@ static bool publishSocket(std::atomic<int> *socketDescriptorPtr, int desc)
     return socketDescriptorPtr->compare_exchange_strong(none, desc);
 }
 
-// A socket for the address, with keep-alive, without delay, and for now non-blocking.
-static int createSocket(const struct addrinfo *address, std::atomic<int> *socketDescriptorPtr)
+// A socket for the address, with keep-alive, without delay, and for now non-blocking. On failure there may be a socket
+// too.
+static int createSocket(const struct addrinfo *address, int *socketDesc)
 {
-    const int desc = socket(address->ai_family, address->ai_socktype | SOCK_CLOEXEC, address->ai_protocol);
-    if (desc < 0) {
+    *socketDesc = socket(address->ai_family, address->ai_socktype | SOCK_CLOEXEC, address->ai_protocol);
+    if (*socketDesc < 0) {
         const int savedErrno = errno;
         EXC(3001, "stapi_rix_gwycon.connectToGateway() Unable to create a socket: %s(%d)\n", strerror(savedErrno),
             savedErrno);
         return CONNECT_SOCKET_FAILED;
     }
-    if (!publishSocket(socketDescriptorPtr, desc)) {
-        close(desc);
-        return CONNECT_SOCKET_FAILED;
-    }
+    const int desc = *socketDesc;
     if (setsockopt(desc, SOL_SOCKET, SO_KEEPALIVE, &sockOptOn, sizeof sockOptOn) != 0 ||
         setsockopt(desc, IPPROTO_TCP, TCP_NODELAY, &sockOptOn, sizeof sockOptOn) != 0)
     {
@@ -153,13 +151,11 @@ static int connectFailure(int connectRc, int sockError)
     return CONNECT_FAILED;
 }
 
-// Connects the non-blocking socket and makes it a blocking one.
-static int connectSocket(const struct addrinfo *address, const char *hostname, int port,
-                         const std::atomic<int> *socketDescriptorPtr)
+// Completes a connect that has been started, with the given result and errno, and makes the socket a blocking one.
+static int completeConnect(int connectRc, int sockError, const char *hostname, int port,
+                           const std::atomic<int> *socketDescriptorPtr)
 {
     const int desc = *socketDescriptorPtr;
-    int connectRc = connect(desc, address->ai_addr, address->ai_addrlen);
-    int sockError = errno;
     if (connectRc == -1 && sockError == EINPROGRESS) {
         DEBUG(3018, "stapi_rix_gwycon.connectToGateway() Connect in progress on socket %d\n", desc);
         connectRc = waitForConnection(socketDescriptorPtr, &sockError);
@@ -183,6 +179,24 @@ static int connectSocket(const struct addrinfo *address, const char *hostname, i
     return connectFailure(connectRc, sockError);
 }
 
+static int connectSocket(const struct addrinfo *address, const char *hostname, int port,
+                         std::atomic<int> *socketDescriptorPtr)
+{
+    int desc = NO_SOCKET, connectRc = 0, sockError = 0;
+    const int rc = createSocket(address, &desc);
+    if (rc == 0) {
+        connectRc = connect(desc, address->ai_addr, address->ai_addrlen);
+        sockError = errno;
+    }
+    if (desc < 0) return rc;
+    // Only now: a socket that another thread shuts before its connect has started would connect all the same.
+    if (!publishSocket(socketDescriptorPtr, desc)) {
+        close(desc);
+        return CONNECT_FAILED;
+    }
+    return rc == 0 ? completeConnect(connectRc, sockError, hostname, port, socketDescriptorPtr) : rc;
+}
+
 static int greet(int socketDescriptor)
 {
     ReasonCodes reasons = {};
@@ -203,8 +217,7 @@ int connectToGateway(int port, const char *hostname, std::atomic<int> *socketDes
     struct addrinfo *hostInfo = nullptr;
     int rc = getHostInfo(hostname, port, &hostInfo);
     if (rc == 0) {
-        rc = createSocket(hostInfo, socketDescriptorPtr);
-        if (rc == 0) rc = connectSocket(hostInfo, hostname, port, socketDescriptorPtr);
+        rc = connectSocket(hostInfo, hostname, port, socketDescriptorPtr);
         if (rc == 0) rc = greet(*socketDescriptorPtr);
         freeaddrinfo(hostInfo);
     }

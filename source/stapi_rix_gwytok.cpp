@@ -328,6 +328,16 @@ static void deleteHead(int count)
     requestLock(&gtlLock);
 }
 
+// The connections that there are now (gtlLock is held), GTL_WALK_LIMIT at most: those that are opened while these are
+// being closed come behind them and stay.
+static int countListed()
+{
+    int count = 0;
+    for (const Internal_GatewayToken_t *token = gtListHeadPtr; token != nullptr && count < GTL_WALK_LIMIT; count++)
+        token = token->nextGwyTokPtr;
+    return count;
+}
+
 int deleteGatewayTokens()
 {
     ENTRY(2013, "stapi_rix_gwytok.deleteGatewayTokens()\n");
@@ -338,7 +348,8 @@ int deleteGatewayTokens()
         EVENT(2035, "stapi_rix_gwytok.deleteGatewayTokens() GTL is EMPTY\n");
         rc = GTL_EMPTY;
     } else {
-        while (gtListHeadPtr != nullptr && count < GTL_WALK_LIMIT)
+        const int listed = countListed();
+        while (gtListHeadPtr != nullptr && count < listed)
             deleteHead(++count);
         if (count == GTL_WALK_LIMIT) { // also when that many were all there were
             EXC(2014, "stapi_rix_gwytok.deleteGatewayTokens() GTL iteration has hit RUNAWAY limit %d.....\n", count);

@@ -59,8 +59,12 @@ int openRemoteGatewayConnection(const char *hostname, int port, RIX_GatewayToken
         rc = firstMissing({{gwTokPtr, STAPI_NULL_GATEWAY_TOKEN_PTR},
                            {protocolVersionPtr, STAPI_NULL_PROTOCOL_VERSION_PTR},
                            {hostname, STAPI_NULL_HOSTNAME}});
-    if (rc == STAPI_OK) rc = createGatewayToken(gwTokPtr, hostname, port);
-    if (rc == STAPI_OK) rc = finishOpening(gwTokPtr, protocolVersionPtr);
+    RIX_GatewayToken_t token = nullptr; // the caller's variable is written last: another thread may close by it
+    if (rc == STAPI_OK) rc = createGatewayToken(&token, hostname, port);
+    if (token != nullptr) {
+        rc = finishOpening(&token, protocolVersionPtr);
+        *gwTokPtr = token;
+    }
     EXIT(1003, "API.openRemoteGatewayConnection(port=%d) rc=%d\n", port, rc);
     return rc;
 }

@@ -94,7 +94,7 @@ static int runQuery(const QueryCall &call, RIX_GatewayToken_t *gwTokPtr, const c
         return rc;
     }
     const int endRc = endGatewayTokenUse(gwTokPtr);
-    if (rc == STAPI_OK) rc = endRc;
+    if (endRc != STAPI_OK) rc = endRc;
     if (rc == STAPI_OK) *rsPtr = rs;
     return rc;
 }

@@ -32,7 +32,7 @@ static void expectU32(Reader &in, uint32_t expected)
 // superClass: what has to follow, a description or none.
 static void scanClass(Reader &in, uint8_t superClass)
 {
-    skip(in, readU16(in));
+    skipText(in); // a name of more than 32,767 bytes is no class's
     skip(in, 8);
     const uint8_t flags = readU8(in);
     if (flags != SC_EXTERNALIZABLE && (flags | SC_WRITE_METHOD) != (SC_SERIALIZABLE | SC_WRITE_METHOD)) spoil(in);

@@ -56,8 +56,10 @@ const std::vector<Command> &commands()
 {
     static const std::vector<Command> table = {
         {"groups", "Show the ids of all resource groups", nullptr, show<Content::groups>},
-        {"ids", "Show the ids of statistics", "Groups to show; all if none is given", show<Content::ids>},
-        {"get", "Show statistics with their values", "Statistics to show; all if none is given", show<Content::values>},
+        {"ids", "Show the ids of statistics", "Groups or statistics whose ids to show; all if none is given",
+         show<Content::ids>},
+        {"get", "Show statistics with their values", "Statistics or groups to show; all if none is given",
+         show<Content::values>},
         {"dump", "Write the library's state and the answer to one query, for support, to the trace destination",
          "Statistics to ask for; all if none is given", dump},
     };

@@ -61,7 +61,8 @@ void addFaults(CLI::App &app, Arguments &arguments)
     app.add_option("--gateway-rc", faults.gatewayRc, "Answer with this gateway code")->group(group);
     app.add_option("--admin-rc", faults.adminRc, "Answer admin flows with this admin code")->group(group);
     app.add_flag("--exception", faults.exceptionFlag, "Answer calls with the exception flag set")->group(group);
-    app.add_option("--faults-from-flow", faults.faultsFromFlow, "Do the last three from this flow on")
+    app.add_option("--faults-from-flow", faults.faultsFromFlow,
+                   "Do --gateway-rc, --admin-rc and --exception from this flow on")
         ->check(CLI::Range(1, kMost))
         ->capture_default_str()
         ->group(group);
@@ -99,7 +100,8 @@ void addOptions(CLI::App &app, Arguments &arguments)
     app.add_option("--clock-step", arguments.clockStep, "Milliseconds by which the fixed clock moves on")
         ->check(CLI::Range(0LL, 24LL * 3600 * 1000))
         ->capture_default_str();
-    app.add_option("--catalogue", arguments.catalogueFile, "File with the groups and statistics to have");
+    app.add_option("--catalogue", arguments.catalogueFile, "File with the groups and statistics to have")
+        ->type_name("FILE");
     app.add_option("--blocks", options.stream.blockLimit,
                    "Longest block of data in a reply; 1024 is a virtual machine's, 0 sets no limit")
         ->check(kNotNegative)
