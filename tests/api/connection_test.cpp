@@ -4,11 +4,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
-
-#include <atomic>
 
 using namespace apitest;
 using namespace rixgwsim;
@@ -24,27 +20,18 @@ class ConnectionTest : public GatewayTest
 {
 protected:
     // Opens a connection that must fail, and whose failure must leave nothing behind.
-    void expectRefusal(testing::Matcher<int> code, int port, const std::string &host = "127.0.0.1")
+    void expectRefusal(testing::Matcher<int> code, const Faults &faults = {})
     {
-        if (simulator) waitUntilIdle();
-        const std::ptrdiff_t before = countDescriptors();
+        simulator->setFaults(faults);
         char unset = 0;
         auto *const unchanged = reinterpret_cast<RIX_GatewayToken_t>(&unset);
         RIX_GatewayToken_t failed = unchanged;
         char *failedVersion = &unset;
-        EXPECT_THAT(openRemoteGatewayConnection(host.c_str(), port, &failed, &failedVersion), code);
+        EXPECT_THAT(openGatewayConnection(simulator->port(), &failed, &failedVersion), code);
         EXPECT_THAT(failed, AnyOf(unchanged, nullptr));
         EXPECT_EQ(&unset, failedVersion);
         EXPECT_EQ(nullptr, rixstats::gtListHeadPtr);
-        closeAllGatewayConnections(); // should it have been opened after all
-        if (simulator) waitUntilIdle();
-        EXPECT_EQ(before, countDescriptors());
-    }
-
-    void expectRefusal(testing::Matcher<int> code, const Faults &faults)
-    {
-        simulator->setFaults(faults);
-        expectRefusal(code, simulator->port());
+        waitUntilIdle();
         simulator->setFaults({});
     }
 
@@ -64,32 +51,21 @@ protected:
 
 TEST_F(ConnectionTest, ArgumentsAreCheckedInOrder)
 {
-    for (const int port : {0, -1, 65536}) {
+    for (const int port : {0, -1, 65536})
         EXPECT_EQ(STAPI_BAD_PORT, openRemoteGatewayConnection(nullptr, port, nullptr, nullptr));
-        EXPECT_EQ(STAPI_BAD_PORT, openGatewayConnection(port, nullptr, nullptr));
-    }
     for (const int port : {1, 65535}) {
         EXPECT_EQ(STAPI_NULL_GATEWAY_TOKEN_PTR, openRemoteGatewayConnection(nullptr, port, nullptr, nullptr));
         EXPECT_EQ(STAPI_NULL_PROTOCOL_VERSION_PTR, openRemoteGatewayConnection(nullptr, port, &gateway, nullptr));
         EXPECT_EQ(STAPI_NULL_HOSTNAME, openRemoteGatewayConnection(nullptr, port, &gateway, &version));
-        EXPECT_EQ(STAPI_NULL_GATEWAY_TOKEN_PTR, openGatewayConnection(port, nullptr, nullptr));
-        EXPECT_EQ(STAPI_NULL_PROTOCOL_VERSION_PTR, openGatewayConnection(port, &gateway, nullptr));
     }
-    EXPECT_EQ(STAPI_NULL_GATEWAY_TOKEN_PTR, closeGatewayConnection(nullptr));
-    EXPECT_EQ(STAPI_NULL_GATEWAY_TOKEN, closeGatewayConnection(&gateway));
-    EXPECT_EQ(STAPI_OK, closeAllGatewayConnections());
-    char *again = nullptr;
-    EXPECT_EQ(STAPI_NULL_OUTPUT_PTR, getStatsAPIVersion(nullptr));
-    EXPECT_EQ(STAPI_OK, getStatsAPIVersion(&version));
-    EXPECT_EQ(STAPI_OK, getStatsAPIVersion(&again));
-    EXPECT_STREQ("1_1_0_1", version);
-    EXPECT_EQ(version, again);
 }
 
 TEST_F(ConnectionTest, HandleLivesFromOpenToClose)
 {
     open();
     EXPECT_STREQ("2_0", version);
+    EXPECT_EQ(STAPI_OK, getStatsAPIVersion(&version));
+    EXPECT_STREQ("1_1_0_1", version);
     EXPECT_TRUE(fcntl(gateway->socketDescriptor, F_GETFD) & FD_CLOEXEC);
     EXPECT_FALSE(fcntl(gateway->socketDescriptor, F_GETFL) & O_NONBLOCK);
     int keepAlive = 0;
@@ -115,23 +91,21 @@ TEST_F(ConnectionTest, HandleLivesFromOpenToClose)
 TEST_F(ConnectionTest, ConnectionsCloseInAnyOrder)
 {
     start();
-    for (const std::vector<std::size_t> &order : {std::vector<std::size_t>{1, 2, 0}, {2, 1, 0}, {0, 1, 2}}) {
-        RIX_GatewayToken_t handles[3] = {};
-        for (RIX_GatewayToken_t &handle : handles)
-            ASSERT_EQ(STAPI_OK, openGatewayConnection(simulator->port(), &handle, &version));
-        for (const std::size_t closed : order) {
-            EXPECT_EQ(STAPI_OK, closeGatewayConnection(&handles[closed]));
-            expectSuccess(); // of one behind those that are left
-            for (RIX_GatewayToken_t handle : handles)
-                expectUsable(handle, handle != nullptr ? STAPI_OK : STAPI_NULL_GATEWAY_TOKEN);
-        }
+    RIX_GatewayToken_t handles[3] = {};
+    for (RIX_GatewayToken_t &handle : handles)
+        ASSERT_EQ(STAPI_OK, openGatewayConnection(simulator->port(), &handle, &version));
+    for (const std::size_t closed : {1u, 2u, 0u}) { // in the middle, at the end, at the start of the list
+        EXPECT_EQ(STAPI_OK, closeGatewayConnection(&handles[closed]));
+        expectSuccess(); // of one behind those that are left
+        for (RIX_GatewayToken_t handle : handles)
+            expectUsable(handle, handle != nullptr ? STAPI_OK : STAPI_NULL_GATEWAY_TOKEN);
     }
 }
 
 TEST_F(ConnectionTest, CloseAllClosesEveryThreadsConnectionsBut256AtMost)
 {
     start();
-    for (const std::size_t count : {2u, 255u, 256u, 258u}) {
+    for (const std::size_t count : {255u, 256u, 258u}) {
         std::vector<RIX_GatewayToken_t> handles(count);
         for (RIX_GatewayToken_t &handle : handles)
             ASSERT_EQ(STAPI_OK, openGatewayConnection(simulator->port(), &handle, &version));
@@ -140,24 +114,8 @@ TEST_F(ConnectionTest, CloseAllClosesEveryThreadsConnectionsBut256AtMost)
         for (std::size_t i = 0; i < count; ++i)
             expectUsable(handles[i], i < 256 ? STAPI_GATEWAY_TOKEN_NOT_FOUND : STAPI_OK);
         EXPECT_EQ(STAPI_OK, closeAllGatewayConnections());
-        EXPECT_EQ(nullptr, rixstats::gtListHeadPtr);
         waitUntilIdle();
     }
-}
-
-TEST_F(ConnectionTest, ConnectFailuresHaveTheirOwnCodes)
-{
-    const int bound = socket(AF_INET, SOCK_STREAM, 0); // nothing listens behind it, and nobody else gets the port
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    ASSERT_EQ(0, bind(bound, reinterpret_cast<sockaddr *>(&address), size));
-    ASSERT_EQ(0, getsockname(bound, reinterpret_cast<sockaddr *>(&address), &size));
-    expectRefusal(STAPI_CONNECTION_REFUSED, ntohs(address.sin_port));
-    close(bound);
-    // Too long for a label of a name: refused without asking the network.
-    expectRefusal(STAPI_HOST_NOT_FOUND, 1, std::string(70, 'x') + ".invalid");
 }
 
 TEST_F(ConnectionTest, RefusalsByTheGatewayEndTheOpening)
@@ -184,97 +142,66 @@ TEST_F(ConnectionTest, LostConnectionsEndTheOpening)
 {
     const auto lostOrFailed = AnyOf(kLost, kFailed);
     start();
-    for (const int flows : {0, 1, 2})
-        expectRefusal(kRefused, dropAfter(flows));
-    for (const int flows : {3, 4})
-        expectRefusal(lostOrFailed, dropAfter(flows));
-    // Lengths of the replies, less one: a header and the body of each.
-    const std::size_t lengths[] = {33, 33 + 20, 33 + 16, 34 + 12, 34 + 9 + 7 + 2 + 2};
+    for (int flows = 0; flows < 5; ++flows)
+        expectRefusal(flows < 3 ? testing::Matcher<int>(kRefused) : lostOrFailed, dropAfter(flows));
+    // Lengths of the replies, less one: a header and the body of each, the third without its map, which nobody reads.
+    const std::size_t lengths[] = {33, 33 + 20, 33 + 8, 34 + 12, 34 + 9 + 7 + 2 + 2};
     for (int flow = 1; flow <= 5; ++flow)
         for (std::size_t sent = 0; sent < lengths[flow - 1]; ++sent) {
             SCOPED_TRACE("in the reply to flow " + std::to_string(flow) + " after byte " + std::to_string(sent));
-            if (flow == 3 && sent >= 33 + 8) // complete but for the map, which nobody reads
-                expectRefusal(lostOrFailed, dropInside(flow, sent));
-            else
-                expectRefusal(flow <= 3 ? kRefused : kFailed, dropInside(flow, sent));
+            expectRefusal(flow <= 3 ? kRefused : kFailed, dropInside(flow, sent));
         }
     expectSuccess();
 }
 
-constexpr int kAsItIs = 12345;
-
-Bytes replyOf(const std::string &name, const Bytes &body, int bodyLength = kAsItIs, int nameLength = kAsItIs)
+Bytes replyOf(const std::string &name, const Bytes &body, int bodyLength)
 {
     Bytes reply;
-    for (const int field : {0x47617465, 0x00700000, 1, 0, 0})
+    for (const int field : {0x47617465, 0x00700000, 1, 0, 0, static_cast<int>(name.size())})
         appendI32(reply, field);
-    appendI32(reply, nameLength == kAsItIs ? static_cast<int>(name.size()) : nameLength);
     appendRaw(reply, name);
     appendU8(reply, 0);
-    appendI32(reply, bodyLength == kAsItIs ? static_cast<int>(body.size()) : bodyLength);
+    appendI32(reply, bodyLength);
     reply.insert(reply.end(), body.begin(), body.end());
     return reply;
 }
 
-struct BadReply
-{
-    const char *what;
-    int flow;
-    Bytes bytes;
-    int code;
-};
-
 TEST_F(ConnectionTest, MalformedRepliesEndTheOpening)
 {
-    const Bytes initial = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7};
-    Bytes base = replyOf("BASE", {});
-    base[3] ^= 1;
-    Bytes admin = replyOf("Admin", initial);
-    admin[0] ^= 0x80;
-    const BadReply replies[] = {
-        {"wrong eyecatcher", 1, base, kRefused},
-        {"name one byte longer", 1, replyOf("BASES", {}), kRefused},
-        {"length of the name one too small", 1, replyOf("BASE", {}, 0, 3), kRefused},
-        {"length of the name negative", 2, replyOf("Auth", Bytes(20), 20, -1), kRefused},
-        {"length of the name huge", 2, replyOf("Auth", Bytes(20), 20, INT32_MAX), kRefused},
-        {"no body", 2, replyOf("Auth", {}), kRefused},
+    Bytes otherEyecatcher = replyOf("BASE", {}, 0);
+    otherEyecatcher[3] ^= 1;
+    const struct
+    {
+        const char *what;
+        int flow;
+        Bytes bytes;
+        int code;
+    } replies[] = {
+        {"wrong eyecatcher", 1, otherEyecatcher, kRefused},
+        {"no body", 2, replyOf("Auth", {}, 0), kRefused},
         {"negative body", 2, replyOf("Auth", {}, -1), kRefused},
-        {"no server version", 2, replyOf("Auth", Bytes(19)), kRefused},
-        {"refused, the rest in place", 2, replyOf("Auth", {0, 0, 0, 0, 0, 0, 0, 8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7}),
-         kRefused},
-        {"code cut", 3, replyOf("Auth", {0, 0, 0, 1, 0, 0, 0}), kRefused},
-        {"wrong eyecatcher", 4, admin, kFailed},
-        {"name one byte shorter", 4, replyOf("Auth", initial), kFailed},
-        {"no body", 4, replyOf("Admin", {}), kFailed},
-        {"most negative body", 4, replyOf("Admin", {}, INT32_MIN), kFailed},
-        {"server version cut", 4, replyOf("Admin", Bytes(11)), kFailed},
-        {"refused, the rest in place", 4, replyOf("Admin", {0, 0, 0, 0, 0, 0, 0, 9, 0, 0, 0, 7}), kFailed},
+        {"refused, the rest in place", 2,
+         replyOf("Auth", {0, 0, 0, 0, 0, 0, 0, 8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7}, 20), kRefused},
+        {"no body", 4, replyOf("Admin", {}, 0), kFailed},
+        {"server version cut", 4, replyOf("Admin", Bytes(11), 11), kFailed},
         {"exception with call data", 5,
-         replyOf("Admin", {0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0xAC, 0xED, 0, 5, 0x74, 0, 1, '2'}), kFailed},
-        {"no exception flag", 5, replyOf("Admin", {0, 0, 0, 1, 0, 0, 0, 0}), kFailed},
-        {"no call data", 5, replyOf("Admin", {0, 0, 0, 1, 0, 0, 0, 0, 0}), kFailed},
-        {"length cut", 5, replyOf("Admin", {0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0xAC, 0xED, 0, 5, 0x74, 0}), kFailed},
-        {"text cut", 5, replyOf("Admin", {0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0xAC, 0xED, 0, 5, 0x74, 0, 2, '2'}), kFailed},
-        {"negative length", 5, replyOf("Admin", {0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, '2'}),
+         replyOf("Admin", {0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0xAC, 0xED, 0, 5, 0x74, 0, 1, '2'}, 18), kFailed},
+        {"answer to another call", 5, replyOf("Admin", Bytes(12), 12), kFailed},
+        {"negative length", 5, replyOf("Admin", {0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, '2'}, 18),
          kFailed},
-        {"answer to another call", 5, replyOf("Admin", initial), kFailed},
-        {"second authorisation with a code and no map", 3, replyOf("Auth", {0, 0, 0, 1, 0, 0, 0, 8}), STAPI_OK},
+        {"second authorisation with a code and no map", 3, replyOf("Auth", {0, 0, 0, 1, 0, 0, 0, 8}, 8), STAPI_OK},
     };
-    std::atomic<const BadReply *> current{nullptr};
-    Options options = smallOptions();
-    options.wholeReply = [&current](int flow, const Bytes &) -> std::optional<Bytes> {
-        const BadReply *bad = current;
-        return bad != nullptr && bad->flow == flow ? std::optional(bad->bytes) : std::nullopt;
-    };
-    start(options);
-    for (const BadReply &bad : replies) {
+    for (const auto &bad : replies) {
         SCOPED_TRACE("flow " + std::to_string(bad.flow) + ": " + bad.what);
-        current = &bad;
-        if (bad.code != STAPI_OK) {
-            expectRefusal(bad.code, simulator->port());
-            current = nullptr;
-        }
-        expectSuccess();
+        Options options = smallOptions();
+        options.wholeReply = [&bad](int flow, const Bytes &) {
+            return bad.flow == flow ? std::optional(bad.bytes) : std::nullopt;
+        };
+        start(options);
+        if (bad.code == STAPI_OK)
+            expectSuccess();
+        else
+            expectRefusal(bad.code);
     }
 }
 
@@ -289,47 +216,6 @@ TEST_F(ConnectionTest, ProtocolVersionIsCutAt63Characters)
         open(options);
         EXPECT_EQ(options.identity.protocolVersion.substr(0, 63), version);
     }
-}
-
-TEST_F(ConnectionTest, DescriptorsOfAnyValueWork)
-{
-    rlimit limit = {};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, std::max<rlim_t>(limit.rlim_cur, 4096));
-    setrlimit(RLIMIT_NOFILE, &limit);
-    if (limit.rlim_cur < 1200) GTEST_SKIP() << "so many descriptors are not allowed here";
-    std::vector<int> taken = {::open("/dev/null", O_RDONLY)};
-    while (taken.back() >= 0 && taken.back() < 1030)
-        taken.push_back(dup(taken[0]));
-    start();
-    EXPECT_EQ(STAPI_OK, connect());
-    EXPECT_LT(1024, gateway->socketDescriptor);
-    expectUsable(gateway);
-    EXPECT_EQ(STAPI_OK, closeGatewayConnection(&gateway));
-    for (const int descriptor : taken)
-        close(descriptor);
-}
-
-TEST_F(ConnectionTest, SignalsDoNotDisturbACall)
-{
-    struct sigaction action = {};
-    struct sigaction before = {};
-    action.sa_handler = [](int) {}; // without SA_RESTART: waits are interrupted
-    sigaction(SIGUSR1, &action, &before);
-    Options options = smallOptions();
-    options.faults.delay = std::chrono::milliseconds(10);
-    options.faults.pieceSize = 16;
-    options.faults.pieceGap = std::chrono::milliseconds(1);
-    start(options);
-    std::atomic<bool> done{false};
-    std::thread signaller([&done, target = pthread_self()] {
-        for (; !done; std::this_thread::sleep_for(std::chrono::microseconds(500)))
-            pthread_kill(target, SIGUSR1);
-    });
-    expectSuccess();
-    done = true;
-    signaller.join();
-    sigaction(SIGUSR1, &before, nullptr);
 }
 
 } // namespace

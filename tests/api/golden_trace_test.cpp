@@ -5,13 +5,10 @@
 #include "rixstats.h"
 #include "simulator.h"
 
-#include <arpa/inet.h>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <regex>
 #include <sstream>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -53,15 +50,11 @@ std::vector<std::string> filtered(std::vector<std::string> lines, const std::str
 // A port on which nothing listens: one that was free a moment ago.
 int unusedPort()
 {
-    const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    EXPECT_EQ(0, bind(descriptor, reinterpret_cast<sockaddr *>(&address), length));
-    EXPECT_EQ(0, getsockname(descriptor, reinterpret_cast<sockaddr *>(&address), &length));
-    close(descriptor);
-    return ntohs(address.sin_port);
+    rixgwsim::Simulator gone({});
+    gone.start();
+    const int port = gone.port();
+    gone.stop();
+    return port;
 }
 
 rixgwsim::Options smallGateway()

@@ -11,7 +11,6 @@
 using namespace apitest;
 using namespace rixgwsim;
 using testing::HasSubstr;
-using testing::MatchesRegex;
 
 namespace {
 
@@ -61,12 +60,10 @@ TEST_F(ResultSetTest, IdQueryJoinsTheIdsOfElementsWithResult0)
                                              {"c", 3, {{"no", "3"}}},
                                              {"d", 0, {}},
                                              {"e", 0, {{"ef", "4"}}}};
-    RIX_IdData_t id = {};
     const RIX_ResultSetToken_t ids = setOf(responses);
+    RIX_IdData_t id = {};
     EXPECT_EQ(STAPI_OK, getFirstId(ids, &id));
     EXPECT_EQ("ab:cd:ef", idQuery(ids)); // of the whole set, although it is half walked
-    EXPECT_EQ(STAPI_END_OF_RESULTS, getNextId(ids, &id));
-    EXPECT_EQ(6u, readIds(ids).size());
     EXPECT_EQ("ab:cd:ef", idQuery(setOf(responses, ReplyKind::statistics)));
     EXPECT_EQ("unchanged", idQuery(setOf({{"b", -5, {}}, {"c", 3, {{"no", ""}}}, {"d", 0, {}}})));
     EXPECT_EQ("ab:ef", idQuery(setOf({{"a", 0, {{std::string("ab\0cd", 5), ""}, {"ef", ""}}}})));
@@ -90,12 +87,9 @@ TEST_F(ResultSetTest, ArgumentsAreCheckedInOrder)
     open();
     char *text = nullptr;
     RIX_ResultSetToken_t copy = nullptr;
-    const RIX_ResultSetToken_t own = stats();
+    RIX_ResultSetToken_t own = stats();
     EXPECT_EQ(STAPI_NULL_RESULT_SET_TOKEN, getIdQuery(nullptr, nullptr));
     EXPECT_EQ(STAPI_NULL_RESULT_SET_TOKEN, copyResultSet(nullptr, nullptr));
-    EXPECT_EQ(STAPI_NULL_RESULT_SET_TOKEN, dumpResultSet(nullptr));
-    EXPECT_EQ(STAPI_NULL_OUTPUT_PTR, getIdQuery(own, nullptr));
-    EXPECT_EQ(STAPI_NULL_RESULT_SET_PTR, copyResultSet(own, nullptr));
     const std::function<int()> calls[] = {[&] { return getIdQuery(own, &text); },
                                           [&] { return copyResultSet(own, &copy); },
                                           [&] { return dumpResultSet(own); }};
@@ -111,13 +105,8 @@ TEST_F(ResultSetTest, ArgumentsAreCheckedInOrder)
     EXPECT_EQ(STAPI_NO_RESULT_SET_BUFFER, inThread(calls[2]));
     own->rsBuffPtr = buffer;
     EXPECT_TRUE(text == nullptr && copy == nullptr);
-
-    RIX_ResultSetToken_t handle = own;
-    EXPECT_EQ(STAPI_NULL_RESULT_SET_PTR, freeResultSet(nullptr));
-    EXPECT_EQ(STAPI_NULL_RESULT_SET_TOKEN, freeResultSet(&copy));
-    EXPECT_EQ(STAPI_NOT_USER_RESULT_SET, freeResultSet(&handle));
-    EXPECT_EQ(own, handle);
-    EXPECT_EQ(3u, readStats(handle).size());
+    EXPECT_EQ(STAPI_NOT_USER_RESULT_SET, freeResultSet(&own));
+    EXPECT_EQ(3u, readStats(own).size());
 }
 
 TEST_F(ResultSetTest, CopyIsTheCallersOwn)
@@ -136,23 +125,15 @@ TEST_F(ResultSetTest, CopyIsTheCallersOwn)
     EXPECT_EQ(values[1], describe(data));
 
     ASSERT_EQ(STAPI_OK, getResourceGroupIds(gateway, &own));
-    EXPECT_EQ(values, readStats(copy));
-    char *ownText = nullptr;
-    char *copyText = nullptr;
-    EXPECT_EQ(STAPI_OK, getIdQuery(own, &ownText));
-    EXPECT_EQ(STAPI_OK, inThread([&] { return getIdQuery(copy, &copyText); }));
-    EXPECT_STREQ("Requests:Workers", ownText);
-    EXPECT_STREQ("Received:Refused:Busy", copyText);
+    EXPECT_EQ("Requests:Workers", idQuery(own));
+    EXPECT_EQ("Received:Refused:Busy", idQuery(copy));
     ASSERT_EQ(STAPI_OK, inThread([&] { return copyResultSet(copy, &ofCopy); }));
     EXPECT_EQ(STAPI_OK, closeGatewayConnection(&gateway));
     EXPECT_EQ(STAPI_OK, inThread([&] { return readStats(copy) == values ? freeResultSet(&copy) : -1; }));
     EXPECT_EQ(nullptr, copy);
     EXPECT_EQ(values, readStats(ofCopy));
-    free(std::exchange(ofCopy->rsBuffPtr, nullptr)); // as after a copy that found no memory
     EXPECT_EQ(STAPI_OK, freeResultSet(&ofCopy));
 }
-
-const std::string kRuler(80, '-');
 
 class TraceTest : public ResultSetTest
 {
@@ -186,7 +167,6 @@ protected:
 TEST_F(TraceTest, LevelIsOffAtFirstAndFrom0To5)
 {
     int level = -1;
-    EXPECT_EQ(STAPI_NULL_OUTPUT_PTR, getAPITraceLevel(nullptr));
     EXPECT_EQ(STAPI_OK, getAPITraceLevel(&level));
     EXPECT_EQ(0, level);
     traceTo("/trace");
@@ -221,31 +201,22 @@ TEST_F(TraceTest, FileThatCannotBeOpenedLeavesTheTraceWhereItWas)
 {
     traceTo("/trace");
     setLevels({1});
-    const std::string missing = directory + "/missing/trace";
     const std::string longest =
         std::string(1023 - directory.size() - 7, '/') + "/longer"; // 1023 bytes with the directory
-    EXPECT_EQ(STAPI_TRACE_FILE_OPEN_FAILED, setAPITraceFile(missing.c_str()));
+    EXPECT_EQ(STAPI_TRACE_FILE_OPEN_FAILED, setAPITraceFile((directory + "/missing/trace").c_str()));
     EXPECT_EQ(STAPI_TRACE_FILE_OPEN_FAILED, setAPITraceFile((directory + longest + "x").c_str()));
     const std::string trace = traced("/trace");
     EXPECT_EQ(2, headersIn(trace)); // one from each of the calls that may write it
-    const std::string error = "] [1100] *EXC*  API.setAPITraceFile(" + directory;
     const std::string unchanged = ". Trace file destination is unchanged. Filename=" + directory;
-    EXPECT_THAT(trace, HasSubstr(error + "/missing/trace) file append failed with errno=2" + unchanged + "/trace\n"));
-    EXPECT_THAT(trace, HasSubstr(error + longest + "x) file append failed with errno="));
+    EXPECT_THAT(trace, HasSubstr("/missing/trace) file append failed with errno=2" + unchanged + "/trace\n"));
     EXPECT_FALSE(std::filesystem::exists(directory + "/longerx"));
-
     traceTo(longest);
-    EXPECT_EQ(STAPI_TRACE_FILE_OPEN_FAILED, setAPITraceFile(missing.c_str()));
     EXPECT_EQ(1, headersIn(traced("/longer")));
-    EXPECT_THAT(traced("/longer"), HasSubstr(unchanged + longest + "\n"));
     EXPECT_EQ(trace, traced("/trace"));
 }
 
 TEST_F(TraceTest, SameFileAgainIsAChangeAndNullOnStandardErrorIsNone)
 {
-    const std::string change = "[1098] DEBUG  API.setAPITraceFile() Trace file switched to new destination. Filename=";
-    const std::string none =
-        "[1099] DEBUG  API.setAPITraceFile() Trace file destination is unchanged. Filename=stderr\n";
     traceTo("/trace");
     setLevels({4});
     const std::ptrdiff_t descriptors = countDescriptors();
@@ -253,41 +224,14 @@ TEST_F(TraceTest, SameFileAgainIsAChangeAndNullOnStandardErrorIsNone)
     EXPECT_EQ(descriptors, countDescriptors());
     EXPECT_TRUE(fcntl(fileno(rixstats::statAPITraceHandle), F_GETFD) & FD_CLOEXEC);
     EXPECT_EQ(2, headersIn(traced("/trace"))); // appended to
-    EXPECT_THAT(traced("/trace"), HasSubstr(change + directory + "/trace\n"));
     testing::internal::CaptureStderr();
     EXPECT_EQ(STAPI_OK, setAPITraceFile(nullptr));
     EXPECT_EQ(STAPI_OK, setAPITraceFile(nullptr));
     setLevels({0});
     const std::string text = testing::internal::GetCapturedStderr();
-    EXPECT_THAT(text, testing::AllOf(HasSubstr(change + "stderr\n"), HasSubstr(none)));
     EXPECT_EQ(1, headersIn(text));
-}
-
-TEST_F(TraceTest, DumpsAreWrittenWithTheTraceOff)
-{
-    traceTo("/empty");
-    EXPECT_EQ(STAPI_OK, dumpState());
-    EXPECT_EQ("rixstats state dump: API Version=1_1_0_1 Trace Level=0 statAPITraceFile=" + directory +
-                  "/empty\nGateway Token List dump\n" + kRuler + "\nThe Gateway Token List is EMPTY\n" + kRuler + "\n",
-              traced("/empty"));
-    open();
-    const RIX_ResultSetToken_t own = stats();
-    const std::string set = kRuler + "\n0x[0-9A-F]{8,}: 52495853 54534554 .* : RIXSTSET[^-]*" + kRuler + "\n";
-    traceTo("/state");
-    EXPECT_EQ(STAPI_OK, dumpState());
-    EXPECT_THAT(traced("/state"),
-                MatchesRegex("rixstats state dump: .*\nGateway Token List dump\n-*\nGateway Token List entry -0001- : "
-                             "GatwayToken\\(0x.* port\\(" +
-                             std::to_string(simulator->port()) +
-                             "\\) connStatus\\(1\\) .*\n"
-                             "Dump of ResultSet\\(0x.*\\) owner\\(API\\) buffer\\(0x.*\\) cursor\\(0x.*\\)\n" +
-                             set + "Total number of Gateway Token List entries=1\n" + kRuler + "\n"));
-    traceTo("/set");
-    EXPECT_EQ(STAPI_OK, dumpResultSet(own));
-    EXPECT_EQ(STAPI_WRONG_THREAD, inThread([own] { return dumpResultSet(own); })); // which writes none
-    EXPECT_THAT(traced("/set"), MatchesRegex("Dump of ResultSet\\(0x.*\\) owner\\(8888\\) head\\(0x.*\\) "
-                                             "next\\(0x.*\\)\n" +
-                                             set));
+    EXPECT_THAT(text, HasSubstr("[1099] DEBUG  API.setAPITraceFile() Trace file destination is unchanged. "
+                                "Filename=stderr\n"));
 }
 
 TEST_F(TraceTest, NothingIsWrittenWithTheTraceOff)
@@ -295,14 +239,10 @@ TEST_F(TraceTest, NothingIsWrittenWithTheTraceOff)
     testing::internal::CaptureStderr();
     testing::internal::CaptureStdout();
     open();
-    RIX_ResultSetToken_t copy = nullptr;
-    EXPECT_EQ(STAPI_OK, copyResultSet(stats(), &copy));
-    EXPECT_EQ("Received:Refused:Busy", idQuery(copy));
-    EXPECT_EQ(STAPI_OK, freeResultSet(&copy));
+    EXPECT_EQ("Received:Refused:Busy", idQuery(stats()));
     EXPECT_EQ(STAPI_BAD_TRACE_LEVEL, setAPITraceLevel(6));
     EXPECT_EQ(STAPI_TRACE_FILE_OPEN_FAILED, setAPITraceFile((directory + "/missing/trace").c_str()));
     EXPECT_EQ(STAPI_HOST_NOT_FOUND, openRemoteGatewayConnection(std::string(70, 'x').c_str(), 1, &gateway, &version));
-    EXPECT_EQ(STAPI_NULL_RESULT_SET_PTR, getStats(gateway, nullptr));
     EXPECT_EQ(STAPI_OK, closeGatewayConnection(&gateway));
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
     EXPECT_EQ("", testing::internal::GetCapturedStdout());

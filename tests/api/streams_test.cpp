@@ -10,15 +10,14 @@ using namespace apitest;
 class GenuineReplies : public GatewayTest
 {
 protected:
-    // Has the simulated gateway answer every query with the call data of a file.
-    void serve(const std::filesystem::path &file)
+    // Has the simulated gateway answer every query, or every call at all, with the call data of a file.
+    void serve(const std::filesystem::path &file, bool queriesOnly)
     {
         std::ifstream data(file, std::ios::binary);
         const rixgwsim::Bytes callData{std::istreambuf_iterator<char>(data), {}};
         rixgwsim::Options options;
-        options.callData = [callData](const rixgwsim::Request &request) -> std::optional<rixgwsim::Bytes> {
-            if (request.action.empty()) return std::nullopt;
-            return callData;
+        options.callData = [callData, queriesOnly](const rixgwsim::Request &request) {
+            return queriesOnly && request.action.empty() ? std::nullopt : std::optional(callData);
         };
         open(std::move(options));
     }
@@ -49,7 +48,7 @@ TEST_F(GenuineReplies, GiveTheirContentItemByItem)
         SCOPED_TRACE(entry.path().stem());
         std::ifstream content(entry.path());
         const nlohmann::json reply = nlohmann::json::parse(content);
-        serve(std::filesystem::path(entry.path()).replace_extension(".bin"));
+        serve(std::filesystem::path(entry.path()).replace_extension(".bin"), true);
         RIX_ResultSetToken_t rs = nullptr;
         if (reply["category"] == "RIXIDSET") {
             ASSERT_EQ(STAPI_OK, getStatIds(gateway, &rs));
@@ -65,11 +64,7 @@ TEST_F(GenuineReplies, GiveTheirContentItemByItem)
 
 TEST_F(GenuineReplies, GiveTheProtocolVersion)
 {
-    std::ifstream data(TEST_DATA_DIR "/streams/attr-version.bin", std::ios::binary);
-    const rixgwsim::Bytes callData{std::istreambuf_iterator<char>(data), {}};
-    rixgwsim::Options options;
-    options.callData = [callData](const rixgwsim::Request &) { return callData; };
-    open(std::move(options));
+    serve(TEST_DATA_DIR "/streams/attr-version.bin", false);
     EXPECT_STREQ("2_0", version);
 }
 

@@ -45,7 +45,8 @@ protected:
     }
 
     // Opens a connection and queries it while the gateway is silent; the other thread closes by the given call.
-    template <class Close> void queryInterruptedBy(Close close)
+    template <class Close>
+    void queryInterruptedBy(Close close)
     {
         start(silentFrom(6));
         std::atomic<bool> opened{false};
@@ -155,18 +156,19 @@ TEST_F(Threads, ASilentGatewayDelaysOnlyTheThreadThatClosesIt)
 }
 
 // Every line of a trace is whole: a header, a line of the fixed layout, or a line of a dump.
-void expectWholeLines(const std::string &fileName)
+int countWholeLines(const std::string &fileName)
 {
-    const std::regex layout("\\*\\*\\* .* \\*\\*\\*|"
-                            "\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d:\\d{3} \\[0x[0-9A-F]{8},0x[0-9A-F]{8}\\] \\[\\d{4}\\] "
-                            "(\\*EXC\\*|EVENT|ENTRY|EXIT|DEBUG|DATA) +(API|stapi_rix_[a-z]+)\\..*|"
-                            "0x[0-9A-F]{8,}: [0-9A-F ]{35} : .{0,17}|-{80}|"
-                            "(rixstats state dump|Gateway Token List|GatwayToken|Dump of ResultSet|The |Total number).*");
+    const std::regex layout(
+        "\\*\\*\\* .* \\*\\*\\*|"
+        "\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d:\\d{3} \\[0x[0-9A-F]{8},0x[0-9A-F]{8}\\] \\[\\d{4}\\] "
+        "(\\*EXC\\*|EVENT|ENTRY|EXIT|DEBUG|DATA) +(API|stapi_rix_[a-z]+)\\..*|"
+        "0x[0-9A-F]{8,}: [0-9A-F ]{35} : .{0,17}|-{80}|"
+        "(rixstats state dump|Gateway Token List|GatwayToken|Dump of ResultSet|The |Total number).*");
     std::ifstream file(fileName);
     int lines = 0;
     for (std::string line; std::getline(file, line); lines++)
-        ASSERT_TRUE(std::regex_match(line, layout)) << "line " << lines + 1 << ": " << line;
-    EXPECT_GT(lines, 100);
+        EXPECT_TRUE(std::regex_match(line, layout)) << "line " << lines + 1 << ": " << line;
+    return lines;
 }
 
 void useConnection(int port, int rounds)
@@ -216,10 +218,12 @@ TEST_F(Threads, SixtyFourConnectionsTraceToOneFileWhileItsLevelAndDestinationCha
     switcher.join();
     setAPITraceLevel(0);
     setAPITraceFile(nullptr);
+    int lines = 0; // how many come to which file is a matter of time, but dumps are written at any level
     for (const char *name : traceFiles) {
-        expectWholeLines(name);
+        lines += countWholeLines(name);
         unlink(name);
     }
+    EXPECT_GT(lines, 100);
 }
 
 } // namespace

@@ -83,25 +83,19 @@ inline std::ptrdiff_t countDescriptors()
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-// Statistics whose values never change.
-using Values = std::vector<std::pair<std::string, std::string>>;
-inline rixgwsim::Options optionsWith(const std::vector<std::pair<std::string, Values>> &groups)
-{
-    rixgwsim::Options options;
-    options.catalogue.groups.clear();
-    for (const auto &[group, values] : groups) {
-        options.catalogue.groups.push_back({group, {}});
-        for (const auto &[id, value] : values) {
-            rixgwsim::Statistic &added = options.catalogue.groups.back().statistics.emplace_back();
-            added.id = id;
-            added.texts = {value};
-        }
-    }
-    return options;
-}
+// Two groups of statistics whose values never change.
 inline rixgwsim::Options smallOptions()
 {
-    return optionsWith({{"Requests", {{"Received", "48"}, {"Refused", "2"}}}, {"Workers", {{"Busy", "7"}}}});
+    const auto constant = [](const char *id, const char *value) {
+        rixgwsim::Statistic statistic;
+        statistic.id = id;
+        statistic.texts = {value};
+        return statistic;
+    };
+    rixgwsim::Options options;
+    options.catalogue.groups = {{"Requests", {constant("Received", "48"), constant("Refused", "2")}},
+                                {"Workers", {constant("Busy", "7")}}};
+    return options;
 }
 
 // Refuses from this flow of a connection on.

@@ -22,20 +22,14 @@ namespace {
 TEST(Lock, TellsItsStateByCodeAndMarker)
 {
     stapilock lock = {};
-    for (const auto operation : {requestLock, releaseLock, destroyLock})
-        EXPECT_EQ(operation(&lock), -1);
-    EXPECT_EQ(isLockInitialized(&lock), 0);
     EXPECT_EQ(initializeLock(&lock), 0);
     EXPECT_EQ(isLockInitialized(&lock), static_cast<int>(0xFFEEDDCC));
     EXPECT_EQ(requestLock(&lock), 0);
     EXPECT_EQ(initializeLock(&lock), 1);
     EXPECT_EQ(pthread_mutex_trylock(&lock.lock), EBUSY); // held, and not made anew
     EXPECT_EQ(releaseLock(&lock), 0);
-    EXPECT_EQ(pthread_mutex_trylock(&lock.lock), 0);
-    pthread_mutex_unlock(&lock.lock);
     EXPECT_EQ(destroyLock(&lock), 0);
     EXPECT_EQ(isLockInitialized(&lock), static_cast<int>(0xCCDDEEFF));
-    EXPECT_EQ(requestLock(&lock), -1);
     EXPECT_EQ(initializeLock(&lock), 0);
     EXPECT_EQ(destroyLock(&lock), 0);
 }
@@ -45,9 +39,8 @@ TEST(Lock, TracesMisuseWithoutTheTraceLock)
     stapilock lock = {};
     const TraceCapture trace(1);
     requestLock(&traceLock); // a line that wanted it would never come
-    requestLock(&lock);
-    releaseLock(&lock);
-    destroyLock(&lock);
+    for (const auto operation : {requestLock, releaseLock, destroyLock})
+        EXPECT_EQ(operation(&lock), -1);
     releaseLock(&traceLock);
     const std::string address = formatted("(lockPtr=%p) Lock not initialized\n", static_cast<void *>(&lock));
     for (const char *line : {"[3104] *EXC*  stapi_rix_lock.requestLock", "[3108] *EXC*  stapi_rix_lock.releaseLock",
@@ -76,13 +69,11 @@ TEST(TraceLine, HasTimeProcessThreadPointAndPaddedType)
     local.tm_isdst = -1;
     ASSERT_NE(strptime(match[1].str().c_str(), "%d/%m/%y %H:%M:%S:", &local), nullptr);
     const time_t stamped = mktime(&local);
-    EXPECT_GE(stamped, before);
-    EXPECT_LE(stamped, time(nullptr));
+    EXPECT_TRUE(before <= stamped && stamped <= time(nullptr));
 }
 
 TEST(TraceLine, IsWrittenFromTheLevelOfItsTypeOn)
 {
-    const char data[4] = {'a', 'b', 'c', 'd'};
     const std::string types = "*EXC*  EVENT  ENTRY  EXIT   DEBUG  DATA   ";
     const size_t linesAt[] = {0, 1, 2, 4, 6, 6};
     for (int level = 0; level <= 5; level++) {
@@ -93,25 +84,19 @@ TEST(TraceLine, IsWrittenFromTheLevelOfItsTypeOn)
         ENTRY(3, "%d\n", ++evaluated);
         EXIT(4, "%d\n", ++evaluated);
         DEBUG(5, "%d\n", ++evaluated);
-        DATA(6, "module.function", data, 4, 0, 1);
+        DATA(6, "module.function", "data", 4, 0, 1);
         std::string written;
         std::istringstream lines(trace.text());
         for (std::string line; std::getline(lines, line);)
             if (line.rfind("0x", 0) != 0) written += line.substr(53, 7);
         EXPECT_EQ(written, types.substr(0, 7 * linesAt[level])) << level;
         EXPECT_EQ(evaluated, std::min(static_cast<int>(linesAt[level]), 5)); // nothing for a line that is off
-        const std::string dump = formatted("module.function data=%p len=4 stopword=00000000\n0x%8.8lX: 61626364",
-                                           ptr(data), reinterpret_cast<unsigned long>(data));
-        EXPECT_EQ(trace.text().find(dump) != std::string::npos, level >= 4);
     }
 }
 
 TEST(TraceLine, IsCompleteHoweverLong)
 {
-    std::vector<size_t> lengths = {5000};
-    for (size_t length = 940; length < 1040; length++)
-        lengths.push_back(length);
-    for (const size_t length : lengths) {
+    for (size_t length = 940; length < 1040; length++) {
         const TraceCapture trace(1);
         const std::string message = std::string(length - 1, 'm') + "\n";
         EXC(1, "%s", message.c_str());
@@ -121,38 +106,33 @@ TEST(TraceLine, IsCompleteHoweverLong)
 
 TEST(TraceInitialisation, CanBeRepeated)
 {
-    EXPECT_EQ(initTrace(), STAPI_OK);
-    const char *name = statAPITraceFilename;
-    EXPECT_STREQ(name, "stderr");
     const TraceCapture trace;
-    EXPECT_NE(statAPITraceHandle, stderr);
+    const char *name = statAPITraceFilename;
     EXPECT_EQ(initTrace(), STAPI_OK);
     EXPECT_EQ(statAPITraceHandle, stderr);
     EXPECT_EQ(statAPITraceFilename, name);
-    EXPECT_EQ(isLockInitialized(&traceLock), LOCK_INITIALIZED);
+    EXPECT_STREQ(name, "stderr");
 }
 
 // ---- Storage dumps
 
-struct Dump
-{
-    int returned;
-    std::vector<std::string> lines; // without their addresses, which have been checked
-};
+const int STOP = 0x0E0F0E0F;
 
-Dump dump(const std::string &data, int dataLen, int stopWord)
+// The lines are compared without their addresses, which have to be right.
+void expectDump(const std::string &data, int dataLen, int returned, const std::vector<std::string> &expected)
 {
     const auto copy = exactCopy(data);
     const TraceCapture trace;
-    Dump result = {traceOutStorage(copy.get(), dataLen, stopWord, 16, 1), {}};
+    EXPECT_EQ(traceOutStorage(copy.get(), dataLen, STOP, 16, 1), returned);
+    std::vector<std::string> dumped;
     std::istringstream lines(trace.text());
     unsigned long address = reinterpret_cast<unsigned long>(copy.get());
     for (std::string line; std::getline(lines, line); address += 16) {
         const std::string column = formatted("0x%8.8lX: ", address);
         EXPECT_EQ(line.substr(0, column.size()), column);
-        result.lines.push_back(line.substr(column.size()));
+        dumped.push_back(line.substr(column.size()));
     }
-    return result;
+    EXPECT_EQ(dumped, expected);
 }
 
 // Past the end of the data the columns are blank.
@@ -164,15 +144,10 @@ std::string row(const char *hex, const char *characters)
 const std::string TEXT = "0123456789abcdefghijklmnopqrstuvw";
 const std::string ROW1 = "30313233 34353637 38396162 63646566 : 0123456789abcdef ";
 const std::string ROW2 = "6768696A 6B6C6D6E 6F707172 73747576 : ghijklmnopqrstuv ";
-const int STOP = 0x0E0F0E0F;
 
 TEST(StorageDump, OfAByteCountHasFixedColumnsAndReadsNoFurther)
 {
-    const struct
-    {
-        size_t length;
-        std::vector<std::string> lines;
-    } cases[] = {
+    const std::pair<int, std::vector<std::string>> cases[] = {
         {1, {row("30", "0")}},
         {4, {row("30313233", "0123")}},
         {15, {row("30313233 34353637 38396162 636465", "0123456789abcde")}},
@@ -182,18 +157,9 @@ TEST(StorageDump, OfAByteCountHasFixedColumnsAndReadsNoFurther)
         {32, {ROW1, ROW2}},
         {33, {ROW1, ROW2, row("77", "w")}},
     };
-    for (const auto &each : cases) {
-        const Dump dumped = dump(TEXT.substr(0, each.length), static_cast<int>(each.length), 0);
-        EXPECT_EQ(dumped.lines, each.lines);
-        EXPECT_EQ(dumped.returned, static_cast<int>(each.length));
-    }
-}
-
-TEST(StorageDump, ShowsADotForWhatIsNotPrintableAndIgnoresTheStopWordOfAByteCount)
-{
-    const Dump dumped = dump(std::string("\0\0\0\0\x1F ~\x7F\x80\xFFZ", 11), 11, 0);
-    EXPECT_THAT(dumped.lines, testing::ElementsAre(row("00000000 1F207E7F 80FF5A", "..... ~...Z")));
-    EXPECT_EQ(dump(TERMINATOR + TERMINATOR, 8, STOP).returned, 8);
+    for (const auto &[length, lines] : cases)
+        expectDump(TEXT.substr(0, static_cast<size_t>(length)), length, length, lines);
+    expectDump(TERMINATOR + "\x1F ~\x7F\x80\xFFZ", 11, 11, {row("0F0E0F0E 1F207E7F 80FF5A", "..... ~...Z")});
 }
 
 TEST(StorageDump, EndsBeforeTheStopWord)
@@ -219,9 +185,7 @@ TEST(StorageDump, EndsBeforeTheStopWord)
     };
     for (const auto &each : cases) {
         SCOPED_TRACE(each.name);
-        const Dump dumped = dump(each.data + spare, 0, STOP);
-        EXPECT_EQ(dumped.lines, each.lines);
-        EXPECT_EQ(dumped.returned, each.returned);
+        expectDump(each.data + spare, 0, each.returned, each.lines);
     }
 }
 

@@ -7,14 +7,12 @@
 #include <climits>
 #include <filesystem>
 #include <fstream>
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <vector>
 
 using namespace rixstats;
 using namespace unit;
-using testing::AnyOf;
 
 namespace {
 
@@ -67,89 +65,31 @@ std::string contentOf(const nlohmann::json &reply)
 
 // ---- Genuine replies
 
-// Blocks end inside its list: cut short, it is no whole stream any more, and the fixed skips read it without noticing.
-const std::string READ_BY_SKIPS_WHEN_CUT = "ids-payload-1025";
-
-std::vector<std::string> replyNames()
+TEST(GenuineReplies, FillBuffersOfAnySizeWithTheSameResultSet)
 {
-    std::vector<std::string> names;
-    for (const auto &file : std::filesystem::directory_iterator(TEST_DATA_DIR "/streams"))
-        if (file.path().extension() == ".bin" && file.path().stem() != "attr-version")
-            names.push_back(file.path().stem());
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-class GenuineReply : public testing::TestWithParam<std::string>
-{
-protected:
-    void SetUp() override
-    {
-        const std::string path = TEST_DATA_DIR "/streams/" + GetParam();
-        std::ifstream data(path + ".bin", std::ios::binary), content(path + ".json");
-        callData.assign(std::istreambuf_iterator<char>(data), {});
-        expected = contentOf(nlohmann::json::parse(content));
-        parser = expected.rfind("RIXSTSET", 0) == 0 ? parseStatsData : parseIdsData;
-        ASSERT_FALSE(callData.empty());
-    }
-
-    std::string callData, expected;
-    Parser parser = nullptr;
-};
-
-TEST_P(GenuineReply, FillsBuffersOfAnySizeWithTheSameResultSet)
-{
-    const int exact = static_cast<int>(expected.size());
-    for (const int size : {RESULT_SET_SIZE, 16, 17, 23, 64, exact - 5, exact - 4, exact - 1, exact}) {
-        SCOPED_TRACE(size);
-        const Parsed parsed = parse(parser, callData, size);
-        expectResultSet(parsed, expected);
-        EXPECT_TRUE(parsed.length == size || parsed.length / 2 < exact) << parsed.length;
-    }
-}
-
-TEST_P(GenuineReply, CutShortIsMalformedOrMissesOnlyEndMarks)
-{
-    const size_t endMarks = parser == parseStatsData ? 2 : 1;
-    const size_t step = callData.size() < 2000 ? 1 : 97;
-    for (size_t length = 0; length < callData.size(); length += step) {
-        SCOPED_TRACE(length);
-        const Parsed parsed = parse(parser, callData.substr(0, length), 64);
-        if (parsed.rc == STAPI_OK && GetParam() != READ_BY_SKIPS_WHEN_CUT) {
-            EXPECT_GE(length + endMarks, callData.size());
+    int replies = 0;
+    for (const auto &file : std::filesystem::directory_iterator(TEST_DATA_DIR "/streams")) {
+        if (file.path().extension() != ".bin" || file.path().stem() == "attr-version") continue;
+        std::ifstream data(file.path(), std::ios::binary);
+        std::ifstream content(std::filesystem::path(file.path()).replace_extension(".json"));
+        const std::string callData(std::istreambuf_iterator<char>(data), {});
+        const std::string expected = contentOf(nlohmann::json::parse(content));
+        const Parser parser = expected.rfind("RIXSTSET", 0) == 0 ? parseStatsData : parseIdsData;
+        const int exact = static_cast<int>(expected.size());
+        for (const int size : {RESULT_SET_SIZE, 16, 17, 23, 64, exact - 5, exact - 4, exact - 1, exact}) {
+            SCOPED_TRACE(file.path().stem().string() + " into " + std::to_string(size));
+            const Parsed parsed = parse(parser, callData, size);
             expectResultSet(parsed, expected);
-        } else {
-            EXPECT_THAT(parsed.rc, AnyOf(STAPI_OK, STAPI_GATEWAY_EXCHANGE_FAILED));
+            EXPECT_TRUE(parsed.length == size || parsed.length / 2 < exact) << parsed.length;
         }
+        for (const size_t missing : {callData.size(), callData.size() / 2, size_t{3}})
+            EXPECT_EQ(parse(parser, callData.substr(0, callData.size() - missing), 64).rc,
+                      STAPI_GATEWAY_EXCHANGE_FAILED)
+                << file.path().stem() << " without " << missing;
+        replies++;
     }
+    EXPECT_EQ(replies, 25);
 }
-
-TEST_P(GenuineReply, WithAnyFieldOverwrittenNeitherCrashesNorGrowsTheBufferBeyondReason)
-{
-    if (callData.size() > 400) return; // the small ones have every field
-    for (size_t at = 0; at < callData.size(); at++) {
-        const uint32_t left = static_cast<uint32_t>(callData.size() - at);
-        const auto tryBytes = [&](const std::string &bytes) {
-            std::string broken = callData;
-            broken.replace(at, bytes.size(), bytes);
-            broken.resize(callData.size());
-            for (const Parser each : {parseIdsData, parseStatsData}) {
-                const Parsed parsed = parse(each, broken, 64);
-                EXPECT_THAT(parsed.rc, AnyOf(STAPI_OK, STAPI_GATEWAY_EXCHANGE_FAILED)) << at;
-                EXPECT_LE(static_cast<size_t>(parsed.length), 64 + 8 * callData.size()) << at;
-            }
-        };
-        for (const char byte : {'\0', '\1', 'w', 'x', 'z', '\xFF'})
-            tryBytes({byte});
-        for (const unsigned value : {0u, left - 2, left - 1, 0x7FFFu, 0x8000u, 0xFFFFu})
-            tryBytes(u16(value));
-        for (const uint32_t value : {0u, left - 4, left - 3, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu})
-            tryBytes(u32(value));
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Streams, GenuineReply, testing::ValuesIn(replyNames()),
-                         [](const auto &each) { return std::regex_replace(each.param, std::regex("-"), "_"); });
 
 // ---- Composed replies
 
@@ -225,20 +165,19 @@ std::string again(uint32_t which)
 TEST(Structure, BlocksMayHaveAnyLengthAndEndAnywhere)
 {
     const std::string big(40000, 'b');
-    const std::string data = wireText("all") + u32(0) + u32(3) + wireText(big) + wireText("") + wireText(big);
-    const std::string expected = "RIXIDSET" + word(1) + counted("all") + word(0) + word(3) + counted(big) +
-                                 counted("") + counted(big) + TERMINATOR;
-    expectResultSet(parse(parseIdsData, '\0' + streamHead() + z(data) + "x", 64), expected);
-    for (size_t cut = 0; cut < 30; cut++) // within each length and text at the start, a short block first
+    const std::string start = wireText("all") + u32(0);
+    const std::string ids = start + u32(3) + wireText(big) + wireText("") + wireText(big);
+    const std::string stat = wireText("id") + wireText(big);
+    const std::string content = word(1) + counted("all") + word(0);
+    for (size_t cut = 0; cut < 30; cut++) { // within each length and text at the start, a short block first
+        SCOPED_TRACE(cut);
+        const auto inBlocks = [cut](const std::string &data) { return w(data.substr(0, cut)) + z(data.substr(cut)); };
+        expectResultSet(parse(parseIdsData, '\0' + streamHead() + inBlocks(ids) + "x", 64),
+                        "RIXIDSET" + content + word(3) + counted(big) + counted("") + counted(big) + TERMINATOR);
         expectResultSet(
-            parse(parseIdsData, '\0' + streamHead() + w(data.substr(0, cut)) + z(data.substr(cut)) + "x", 64),
-            expected);
-    const std::string value = wireText("id") + wireText(big);
-    for (size_t cut = 0; cut < 30; cut++)
-        expectResultSet(parse(parseStatsData, '\0' + streamHead() + w(wireText("all") + u32(0) + u32(1)) + STREAM_STAT +
-                                                  w(value.substr(0, cut)) + z(value.substr(cut)) + "xx"),
-                        "RIXSTSET" + word(1) + counted("all") + word(0) + word(1) + counted("id") + counted(big) +
-                            TERMINATOR);
+            parse(parseStatsData, '\0' + streamHead() + w(start + u32(1)) + STREAM_STAT + inBlocks(stat) + "xx"),
+            "RIXSTSET" + content + word(1) + counted("id") + counted(big) + TERMINATOR);
+    }
 }
 
 TEST(Structure, AStatisticMayComeAgainByReferenceWithinReason)
@@ -308,26 +247,24 @@ TEST(Parse, RefusesLengthsAndCountsThatTheReplyCannotHold)
 {
     const std::string ids = list(1) + head("q", 0) + u32(1) + wireText("id") + "x";
     const std::string stats = list(1) + head("q", 0) + u32(1) + STAT_CLASS + stat(w(wireText("id") + wireText("1")));
-    const size_t element = 45, count = 52, firstId = 56, statClass = 58, statId = 76;
     const struct
     {
         Parser parser;
         std::string reply;
-        std::vector<size_t> counts, lengths;
-    } cases[] = {{parseIdsData, ids, {1, count}, {11, 27, element, firstId}},
-                 {parseStatsData, stats, {1, count}, {11, 27, element, statClass, statId, statId + 4}}};
+        std::vector<size_t> counts, lengths; // the places of such fields
+    } cases[] = {{parseIdsData, ids, {1, 52}, {11, 27, 45, 56}},
+                 {parseStatsData, stats, {1, 52}, {11, 27, 45, 58, 76, 80}}};
     for (const auto &each : cases) {
         ASSERT_EQ(parse(each.parser, each.reply).rc, STAPI_OK);
-        const uint32_t size = static_cast<uint32_t>(each.reply.size());
         const auto refuses = [&each](size_t at, const std::string &field) {
             const std::string broken = std::string(each.reply).replace(at, field.size(), field);
             EXPECT_EQ(parse(each.parser, broken).rc, STAPI_GATEWAY_EXCHANGE_FAILED) << at;
         };
         for (const size_t at : each.counts)
-            for (const uint32_t value : {size - static_cast<uint32_t>(at), 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu})
+            for (const uint32_t value : {0x40u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu})
                 refuses(at, u32(value));
         for (const size_t at : each.lengths)
-            for (const uint32_t value : {size - static_cast<uint32_t>(at) - 1, 0x7FFFu, 0x8000u, 0xFFFFu})
+            for (const uint32_t value : {0x80u, 0x7FFFu, 0x8000u, 0xFFFFu})
                 refuses(at, u16(value));
     }
 }
