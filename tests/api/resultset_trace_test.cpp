@@ -111,7 +111,8 @@ TEST_F(ResultSetTest, ArgumentsAreCheckedInOrder)
 
 TEST_F(ResultSetTest, CopyIsTheCallersOwn)
 {
-    open();
+    const std::string large(20000, 'v'); // two of it do not fit a connection's first buffer
+    open(optionsWith({{"Requests", {{"Received", large}, {"Refused", large}}}, {"Workers", {{"Busy", "7"}}}}));
     RIX_ResultSetToken_t own = stats();
     const Walk values = readStats(own);
     RIX_StatData_t data = {};
