@@ -1,34 +1,18 @@
 // Fuzz target: whatever the peer of a connection answers, the connection is opened, queried and closed, or refused by a
-// code; nothing of it is left afterwards.
-//
-//   input   4 control bytes: bits of Control; most bytes of one recv (0: no limit); number of the system call that
-//           fails (0: none); which failure
-//           the rest is what the peer answers, flow after flow
-#include "conversation.h"
+// code; nothing of it is left afterwards. The input is told of in scripted_socket.h.
 #include "require.h"
-#include "rixstats.h"
+#include "result_set_check.h"
 #include "scripted_socket.h"
+#include "stapi_rix_gwytok.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdint>
+#include <cstring>
+#include <initializer_list>
 #include <iterator>
 
 using namespace fuzzing;
 
-enum Control : unsigned
-{
-    NAMED = 1,
-    CONNECTS_LATER = 2,
-    INTERRUPTED = 4,
-    MANY_DESCRIPTORS = 8,
-    ENDS_BY_ERROR = 16, // rather than by an orderly close
-    TRACED = 0xE0       // all three: it is slow, and is to be chosen seldom
-};
-constexpr size_t CONTROL_SIZE = 4;
 constexpr int HEADER_SIZE = 29; // of a reply, without the request name
-
-static const int FAILURES[8] = {ECONNRESET, ECONNREFUSED, ENETUNREACH, ETIMEDOUT, EPIPE, ENOMEM, EMFILE, EBADF};
 
 // Sets the body length in each header to the bytes up to the next one. Without it nearly every mutation that changes
 // the length of a reply is one that cuts the conversation off there.
@@ -59,6 +43,51 @@ extern "C" size_t LLVMFuzzerCustomMutator(uint8_t *data, size_t size, size_t max
     return mutated;
 }
 
+static bool isOneOf(int rc, std::initializer_list<int> codes)
+{
+    return std::find(codes.begin(), codes.end(), rc) != codes.end();
+}
+
+static bool open(RIX_GatewayToken_t *gateway)
+{
+    char *version = nullptr;
+    const int rc = openGatewayConnection(2980, gateway, &version);
+    if (rc == STAPI_OK) {
+        require(version != nullptr && strlen(version) < PROTOCOL_VERSION_SIZE, "a connection has its version");
+        return true;
+    }
+    require(isOneOf(rc, {STAPI_COMMS_FAILURE, STAPI_NO_MEMORY, STAPI_CONNECT_FAILED, STAPI_GATEWAY_EXCHANGE_FAILED}),
+            "an open that fails says so by its codes");
+    require(*gateway == nullptr && version == nullptr, "an open that fails hands nothing out");
+    return false;
+}
+
+// What a query brought, and whether the connection goes on.
+static bool use(RIX_GatewayToken_t gateway, int rc, RIX_ResultSetToken_t resultSet, bool dumped)
+{
+    if (rc == STAPI_OK) {
+        require(resultSet != nullptr, "a query has its result set");
+        checkResultSet(resultSet);
+        if (dumped) require(dumpResultSet(resultSet) == STAPI_OK && dumpState() == STAPI_OK, "a query can be dumped");
+        return true;
+    }
+    require(isOneOf(rc, {STAPI_COMMS_FAILURE, STAPI_GATEWAY_EXCHANGE_FAILED}), "a query that fails says so");
+    require(resultSet == nullptr, "a query that fails hands nothing out");
+    require(getStats(gateway, &resultSet) == STAPI_GATEWAY_TOKEN_NOT_FOUND, "a query that fails ends the connection");
+    return false;
+}
+
+// Queries statistics, then identifiers.
+static bool useConnection(RIX_GatewayToken_t gateway, bool named, bool dumped)
+{
+    RIX_ResultSetToken_t stats = nullptr;
+    RIX_ResultSetToken_t ids = nullptr;
+    int rc = named ? getStatsByStatId(gateway, "Requests_Received:Nonsense", &stats) : getStats(gateway, &stats);
+    if (!use(gateway, rc, stats, dumped)) return false;
+    rc = named ? getStatIdsByStatGroupId(gateway, "Requests", &ids) : getStatIds(gateway, &ids);
+    return use(gateway, rc, ids, dumped);
+}
+
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
     require(setAPITraceFile("/dev/null") == STAPI_OK, "the trace goes nowhere");
@@ -68,23 +97,15 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size < CONTROL_SIZE) return 0;
-    const unsigned control = data[0];
-    const bool traced = (control & TRACED) == TRACED;
-    const int failure = FAILURES[data[3] % 8];
-    SocketScript script = {};
-    script.replies = data + CONTROL_SIZE;
-    script.repliesLength = size - CONTROL_SIZE;
-    script.pieceSize = data[1];
-    script.failingCall = data[2];
-    script.failure = failure;
-    script.endOfReplies = (control & ENDS_BY_ERROR) != 0 ? failure : 0;
-    script.connectsLater = (control & CONNECTS_LATER) != 0;
-    script.interrupted = (control & INTERRUPTED) != 0;
-    script.manyDescriptors = (control & MANY_DESCRIPTORS) != 0;
-    startScript(script);
-
+    const bool named = (data[0] & NAMED) != 0;
+    const bool traced = (data[0] & TRACED) == TRACED;
     setAPITraceLevel(traced ? 4 : 0);
-    converse({(control & NAMED) != 0, traced}, 2980);
-    require(nothingHeld(), "no socket and no address list is left");
+    startScript(data, size);
+    RIX_GatewayToken_t gateway = nullptr;
+    if (open(&gateway) && useConnection(gateway, named, traced) && !named)
+        require(closeGatewayConnection(&gateway) == STAPI_OK && gateway == nullptr, "a connection can be closed");
+    require(closeAllGatewayConnections() == STAPI_OK, "all connections can be closed");
+    require(rixstats::gtListHeadPtr == nullptr, "no connection is left");
+    require(socketClosed(), "no socket is left");
     return 0;
 }

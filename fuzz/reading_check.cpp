@@ -22,12 +22,17 @@ public:
     bool followable(bool identifiers)
     {
         const uint32_t responses = readU8(in) == 1 ? readU32(in) : 1;
-        for (uint32_t i = 0; i < responses && alike; i++)
+        for (uint32_t i = 0; i < responses && !in.bad; i++)
             response(identifiers);
-        return alike && !in.bad;
+        return !in.bad;
     }
 
 private:
+    void expect(bool kept)
+    {
+        if (!kept) spoil(in);
+    }
+
     void response(bool identifiers)
     {
         skip(in, 6);
@@ -39,15 +44,10 @@ private:
         text();
         const int code = static_cast<int>(number(4));
         const uint32_t count = code < 0 ? 0 : number(4);
-        if (identifiers) {
-            for (uint32_t j = 0; j < count && alike; j++)
-                text();
-        } else if (code >= 0) {
-            alike = alike && count > 0;
-            for (uint32_t j = 0; j < count && alike; j++)
-                statistic(j == 0);
-        }
-        alike = alike && left == 0;
+        expect(identifiers || code < 0 || count > 0);
+        for (uint32_t j = 0; j < count && !in.bad; j++)
+            identifiers ? text() : statistic(j == 0);
+        expect(left == 0);
         skip(in, 1);
     }
 
@@ -55,19 +55,17 @@ private:
     void description()
     {
         const uint32_t length = readU16(in);
-        alike = alike && length <= MOST;
+        expect(length <= MOST);
         skip(in, length + 8 + 3 + 1);
     }
 
     void statistic(bool first)
     {
-        alike = alike && left == 0;
+        expect(left == 0);
+        skip(in, first ? 2 : 6); // to its class, which comes with the first one only
         if (first) {
-            skip(in, 2);
             description();
             skip(in, 1);
-        } else {
-            skip(in, 6);
         }
         const bool isLong = peekU8(in) == TC_BLOCKDATALONG;
         open();
@@ -80,30 +78,29 @@ private:
     void value(bool isLong)
     {
         uint32_t missing = number(2);
-        alike = alike && missing <= MOST && (isLong || missing <= left);
+        expect(missing <= MOST && (isLong || missing <= left));
         bool shortOnes = false;
-        while (alike && missing > left) {
+        while (missing > left && !in.bad) {
             skip(in, left);
             missing -= left;
-            shortOnes = shortOnes || peekU8(in) == TC_BLOCKDATA;
-            alike = !shortOnes || peekU8(in) == TC_BLOCKDATA;
+            expect(!shortOnes || peekU8(in) == TC_BLOCKDATA);
+            shortOnes = peekU8(in) == TC_BLOCKDATA;
             open();
         }
         skip(in, missing);
-        left -= missing;
-        alike = alike && left == 0;
+        expect(missing == left);
+        left = 0;
     }
 
     void open()
     {
-        const bool isShort = readU8(in) == TC_BLOCKDATA;
-        left = isShort ? readU8(in) : readU32(in);
-        alike = alike && left <= MOST && !in.bad;
+        left = readU8(in) == TC_BLOCKDATA ? readU8(in) : readU32(in);
+        expect(left <= MOST);
     }
 
     uint32_t number(uint32_t size)
     {
-        alike = alike && size <= left;
+        expect(size <= left);
         left -= size;
         return size == 2 ? readU16(in) : readU32(in);
     }
@@ -111,14 +108,13 @@ private:
     void text()
     {
         const uint32_t length = number(2);
-        alike = alike && length <= MOST && length <= left;
+        expect(length <= MOST && length <= left);
         skip(in, length);
         left -= length;
     }
 
     Reader in;
-    uint32_t left = 0;
-    bool alike = true;
+    uint32_t left = 0; // of the block being read
 };
 
 typedef int (*Parser)(ReplyStructure, const char *, int, char **, int *);

@@ -11,106 +11,74 @@
 namespace fuzzing {
 namespace {
 
-// A text by its place in the buffer, so that those of a result set and of its copy compare equal.
-struct Text
-{
-    std::ptrdiff_t offset;
-    int length;
-    bool operator==(const Text &other) const { return offset == other.offset && length == other.length; }
-};
-
-struct Item
-{
-    Text element;
-    int code;
-    std::vector<Text> texts; // identifier and value; none where the element failed
-    bool operator==(const Item &other) const
-    {
-        return element == other.element && code == other.code && texts == other.texts;
-    }
-};
+// What a walk delivered: each item's result, and place and length of its texts. The places count from the start of the
+// buffer, so that a result set and its copy compare equal.
+using Items = std::vector<std::ptrdiff_t>;
 
 constexpr int FIRST_ELEMENT = EYECATCHER_SIZE + 4; // behind the count
-constexpr int UNTOUCHED = -77;
+
+// What identifiers and statistics differ in.
+template <class Data>
+struct Kind
+{
+    const char *eyecatcher;
+    std::size_t itemFields; // where they start: they stay as they were where an element failed
+    int (*first)(RIX_ResultSetToken_t, Data *);
+    int (*next)(RIX_ResultSetToken_t, Data *);
+};
+constexpr Kind<RIX_IdData_t> IDS = {rixstats::ID_SET_EYECATCHER, offsetof(RIX_IdData_t, idLen), getFirstId, getNextId};
+constexpr Kind<RIX_StatData_t> STATS = {rixstats::STAT_SET_EYECATCHER, offsetof(RIX_StatData_t, statIdLen),
+                                        getFirstStat, getNextStat};
 
 // The terminator has to have room behind every text.
-Text textInside(RIX_ResultSetToken_t rs, const char *text, int length)
+void addText(Items &items, RIX_ResultSetToken_t rs, const char *text, int length)
 {
     require(text != nullptr && length >= 0, "an item's text has a place and a length");
     const std::ptrdiff_t offset = text - rs->rsBuffPtr;
     require(offset >= FIRST_ELEMENT && offset + length <= rs->rsBuffLen - 4, "an item lies inside the result set");
-    return {offset, length};
+    items.insert(items.end(), {offset, length});
 }
 
-// What identifier and statistics sets differ in.
-struct Ids
+void addItemTexts(Items &items, RIX_ResultSetToken_t rs, const RIX_IdData_t &data)
 {
-    using Data = RIX_IdData_t;
-    static constexpr const char *EYECATCHER = rixstats::ID_SET_EYECATCHER;
-    static constexpr auto first = getFirstId, next = getNextId;
-    static std::vector<Text> textsOf(RIX_ResultSetToken_t rs, const Data &data)
-    {
-        return {textInside(rs, data.idPtr, data.idLen)};
-    }
-    static bool untouched(const Data &data) { return data.idPtr == nullptr && data.idLen == UNTOUCHED; }
-    static Data blank()
-    {
-        Data data = {};
-        data.idLen = UNTOUCHED;
-        return data;
-    }
-};
-
-struct Stats
-{
-    using Data = RIX_StatData_t;
-    static constexpr const char *EYECATCHER = rixstats::STAT_SET_EYECATCHER;
-    static constexpr auto first = getFirstStat, next = getNextStat;
-    static std::vector<Text> textsOf(RIX_ResultSetToken_t rs, const Data &data)
-    {
-        return {textInside(rs, data.statIdPtr, data.statIdLen), textInside(rs, data.statValuePtr, data.statValueLen)};
-    }
-    static bool untouched(const Data &data)
-    {
-        return data.statIdPtr == nullptr && data.statIdLen == UNTOUCHED && data.statValuePtr == nullptr &&
-               data.statValueLen == UNTOUCHED;
-    }
-    static Data blank()
-    {
-        Data data = {};
-        data.statIdLen = data.statValueLen = UNTOUCHED;
-        return data;
-    }
-};
-
-template <class Kind>
-Item itemOf(RIX_ResultSetToken_t rs, const typename Kind::Data &data)
-{
-    require(memcmp(data.eyecatcher, Kind::EYECATCHER, EYECATCHER_SIZE) == 0, "an item has its eyecatcher");
-    Item item = {textInside(rs, data.queryElementPtr, data.queryElementLen), data.queryElementRC, {}};
-    if (data.queryElementRC >= 0)
-        item.texts = Kind::textsOf(rs, data);
-    else
-        require(Kind::untouched(data), "the item fields of an element that failed stay as they were");
-    return item;
+    addText(items, rs, data.idPtr, data.idLen);
 }
 
-template <class Kind>
-std::vector<Item> walk(RIX_ResultSetToken_t rs, int (*start)(RIX_ResultSetToken_t, typename Kind::Data *))
+void addItemTexts(Items &items, RIX_ResultSetToken_t rs, const RIX_StatData_t &data)
 {
-    std::vector<Item> items;
-    const std::size_t mostItems = static_cast<std::size_t>(rs->rsBuffLen) / 4; // each takes a word at least
-    typename Kind::Data data = Kind::blank();
-    int rc = start(rs, &data);
-    while (rc == STAPI_OK) {
-        items.push_back(itemOf<Kind>(rs, data));
-        require(items.size() <= mostItems, "a walk ends");
-        data = Kind::blank();
-        rc = Kind::next(rs, &data);
+    addText(items, rs, data.statIdPtr, data.statIdLen);
+    addText(items, rs, data.statValuePtr, data.statValueLen);
+}
+
+template <class Data>
+bool isBlank(const Data &data, std::size_t from)
+{
+    const char *bytes = reinterpret_cast<const char *>(&data);
+    return std::all_of(bytes + from, bytes + sizeof data, [](char byte) { return byte == 'b'; });
+}
+
+template <class Data>
+Items walk(const Kind<Data> &kind, RIX_ResultSetToken_t rs, int (*read)(RIX_ResultSetToken_t, Data *))
+{
+    Items items;
+    const std::size_t mostNumbers = static_cast<std::size_t>(rs->rsBuffLen) * 2; // an item takes a word at least
+    Data data;
+    memset(&data, 'b', sizeof data);
+    int rc = read(rs, &data);
+    for (; rc == STAPI_OK; rc = kind.next(rs, &data)) {
+        require(memcmp(data.eyecatcher, kind.eyecatcher, EYECATCHER_SIZE) == 0, "an item has its eyecatcher");
+        items.push_back(data.queryElementRC);
+        addText(items, rs, data.queryElementPtr, data.queryElementLen);
+        if (data.queryElementRC >= 0)
+            addItemTexts(items, rs, data);
+        else
+            require(isBlank(data, kind.itemFields), "the item fields of an element that failed stay as they were");
+        require(items.size() <= mostNumbers, "a walk ends");
+        memset(&data, 'b', sizeof data);
     }
     require(rc == STAPI_END_OF_RESULTS, "a walk ends with the end of results");
-    require(Kind::untouched(data), "the end of results delivers nothing");
-    require(Kind::next(rs, &data) == STAPI_END_OF_RESULTS, "the end of results stays");
+    require(isBlank(data, kind.itemFields), "the end of results delivers nothing");
+    require(kind.next(rs, &data) == STAPI_END_OF_RESULTS, "the end of results stays");
     return items;
 }
 
@@ -124,26 +92,20 @@ void checkQueryText(RIX_ResultSetToken_t rs)
         require(rc == STAPI_NO_IDS_FOR_QUERY && query == nullptr, "a query text is made, or there are no identifiers");
 }
 
-template <class Kind>
-void checkCopy(RIX_ResultSetToken_t rs, const std::vector<Item> &items)
+template <class Data>
+void checkSetOf(const Kind<Data> &kind, RIX_ResultSetToken_t rs)
 {
-    RIX_ResultSetToken_t copy = nullptr;
-    require(copyResultSet(rs, &copy) == STAPI_OK && copy != nullptr, "a result set can be copied");
-    require(copy->rsBuffPtr != rs->rsBuffPtr, "a copy has a buffer of its own");
-    require(walk<Kind>(copy, Kind::next) == items, "a copy holds what was copied");
-    require(freeResultSet(&copy) == STAPI_OK && copy == nullptr, "a copy can be freed");
-}
-
-template <class Kind>
-void checkSetOf(RIX_ResultSetToken_t rs)
-{
-    const std::vector<Item> items = walk<Kind>(rs, Kind::next);
+    const Items items = walk(kind, rs, kind.next);
     const std::ptrdiff_t end = rs->cursor - rs->rsBuffPtr;
     require(end >= FIRST_ELEMENT && end <= rs->rsBuffLen - 4, "a walk ends inside the result set");
     require(rixstats::wordAt(rs->cursor) == rixstats::RESULT_SET_TERMINATOR, "a walk ends at the terminator");
-    require(walk<Kind>(rs, Kind::first) == items, "a walk that starts over delivers the same items");
+    require(walk(kind, rs, kind.first) == items, "a walk that starts over delivers the same items");
     checkQueryText(rs);
-    checkCopy<Kind>(rs, items);
+    RIX_ResultSetToken_t copy = nullptr;
+    require(copyResultSet(rs, &copy) == STAPI_OK && copy != nullptr, "a result set can be copied");
+    require(copy->rsBuffPtr != rs->rsBuffPtr, "a copy has a buffer of its own");
+    require(walk(kind, copy, kind.next) == items, "a copy holds what was copied");
+    require(freeResultSet(&copy) == STAPI_OK && copy == nullptr, "a copy can be freed");
 }
 
 } // namespace
@@ -156,12 +118,12 @@ void checkResultSet(RIX_ResultSetToken_t rs)
             "the spare bytes behind a result set are zero");
     RIX_IdData_t id;
     RIX_StatData_t stat;
-    if (rixstats::hasEyecatcher(rs->rsBuffPtr, rixstats::ID_SET_EYECATCHER)) {
+    if (rixstats::hasEyecatcher(rs->rsBuffPtr, IDS.eyecatcher)) {
         require(getFirstStat(rs, &stat) == STAPI_UNRECOGNISED_CONTENT, "identifiers are not read as statistics");
-        checkSetOf<Ids>(rs);
+        checkSetOf(IDS, rs);
     } else {
         require(getFirstId(rs, &id) == STAPI_UNRECOGNISED_CONTENT, "statistics are not read as identifiers");
-        checkSetOf<Stats>(rs);
+        checkSetOf(STATS, rs);
     }
 }
 

@@ -1,5 +1,8 @@
 // A socket without a network: in the fuzz target of conversations the library's socket calls end here, by the linker's
-// --wrap. What the peer says are the bytes of a script; what is sent to it is looked at and swallowed.
+// --wrap. What the peer says is the input's; what is sent to it is swallowed.
+//
+//   input   4 control bytes: bits of Control; most bytes of one recv (0: no limit); two of no meaning
+//           the rest is what the peer answers, flow after flow
 #pragma once
 
 #include <cstddef>
@@ -7,22 +10,18 @@
 
 namespace fuzzing {
 
-struct SocketScript
+enum Control : unsigned
 {
-    const uint8_t *replies; // of all flows, one behind the other
-    std::size_t repliesLength;
-    int failingCall;       // the n-th call of the library to the system fails; 0: none does
-    int failure;           // errno of that failure
-    int endOfReplies;      // errno of a recv behind the last byte; 0: the peer has closed the connection
-    std::size_t pieceSize; // most bytes that one recv hands out; 0: as many as are asked for
-    bool interrupted;      // each call that can be interrupted by a signal is, once
-    bool connectsLater;    // the connect is in progress at first
-    bool manyDescriptors;  // the socket's number is one for which a plain fd_set has no room
+    NAMED = 1,            // ask for named groups and statistics, not for all
+    MANY_DESCRIPTORS = 8, // the socket's number is one for which a plain fd_set has no room
+    ENDS_BY_ERROR = 16,   // behind the last byte, rather than by an orderly close
+    TRACED = 0xE0         // all three: it is slow, and is to be chosen seldom
 };
+constexpr std::size_t CONTROL_SIZE = 4;
 
-void startScript(const SocketScript &script);
+// The input has its control bytes at least, and stays where it is during the conversation.
+void startScript(const uint8_t *input, std::size_t size);
 
-// Everything the library took from the system has been given back.
-bool nothingHeld();
+bool socketClosed();
 
 } // namespace fuzzing

@@ -111,8 +111,10 @@ TEST_F(ResultSetTest, ArgumentsAreCheckedInOrder)
 
 TEST_F(ResultSetTest, CopyIsTheCallersOwn)
 {
-    const std::string large(20000, 'v'); // two of it do not fit a connection's first buffer
-    open(optionsWith({{"Requests", {{"Received", large}, {"Refused", large}}}, {"Workers", {{"Busy", "7"}}}}));
+    rixgwsim::Options options = smallOptions();
+    for (rixgwsim::Statistic &large : options.catalogue.groups[0].statistics)
+        large.texts = {std::string(20000, 'v')}; // two of them do not fit a connection's first buffer
+    open(options);
     RIX_ResultSetToken_t own = stats();
     const Walk values = readStats(own);
     RIX_StatData_t data = {};

@@ -6,41 +6,23 @@
 
 #include <cerrno>
 
-static thread_local fault::Injection *armed = nullptr;
-static thread_local long blocks = 0;
-
 namespace fault {
 
-thread_local const Wait *connectWait = nullptr;
+thread_local Injection injection;
+thread_local std::function<int(const timeval &)> connectWait;
 thread_local time_t clockAhead = 0;
-
-Injection::Injection(std::string_view call, int theNth, int theError, int theTimes)
-    : kind(call), nth(theNth), error(theError), times(theTimes)
-{
-    armed = this;
-}
-Injection::~Injection()
-{
-    armed = nullptr;
-}
-
-bool Injection::strikes(std::string_view call)
-{
-    if (call != kind || ++seen < nth || seen >= nth + times) return false;
-    errno = error;
-    return true;
-}
-
-long liveBlocks()
-{
-    return blocks;
-}
+thread_local long liveBlocks = 0;
 
 } // namespace fault
 
+using fault::liveBlocks;
+
 static bool fails(std::string_view call)
 {
-    return armed != nullptr && armed->strikes(call);
+    fault::Injection &fault = fault::injection;
+    if (call != fault.call || ++fault.seen < fault.nth || fault.seen >= fault.nth + fault.times) return false;
+    errno = fault.error;
+    return true;
 }
 
 #define DIVERT(Result, call, failure, parameters, arguments)                                                           \
@@ -67,14 +49,14 @@ int __wrap_getaddrinfo(const char *host, const char *service, const addrinfo *hi
 {
     if (fails("getaddrinfo")) return -errno; // its codes are negative and injected without their sign
     const int rc = __real_getaddrinfo(host, service, hints, found);
-    blocks += rc == 0;
+    liveBlocks += rc == 0;
     return rc;
 }
 
 void __real_freeaddrinfo(addrinfo *);
 void __wrap_freeaddrinfo(addrinfo *found)
 {
-    --blocks;
+    --liveBlocks;
     __real_freeaddrinfo(found);
 }
 
@@ -90,7 +72,7 @@ int __wrap_getsockopt(int desc, int level, int name, void *value, socklen_t *siz
 int __real_select(int, fd_set *, fd_set *, fd_set *, timeval *);
 int __wrap_select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *timeout)
 {
-    if (writable != nullptr && fault::connectWait != nullptr) return (*fault::connectWait)(writable, *timeout);
+    if (writable != nullptr && fault::connectWait) return fault::connectWait(*timeout);
     return fails("select") ? -1 : __real_select(count, readable, writable, exceptional, timeout);
 }
 
@@ -111,7 +93,7 @@ void *__real_malloc(size_t);
 void *__wrap_malloc(size_t size)
 {
     void *const block = fails("allocate") ? nullptr : __real_malloc(size);
-    blocks += block != nullptr;
+    liveBlocks += block != nullptr;
     return block;
 }
 
@@ -119,7 +101,7 @@ void *__real_calloc(size_t, size_t);
 void *__wrap_calloc(size_t count, size_t size)
 {
     void *const block = fails("allocate") ? nullptr : __real_calloc(count, size);
-    blocks += block != nullptr;
+    liveBlocks += block != nullptr;
     return block;
 }
 
@@ -127,14 +109,14 @@ void *__real_realloc(void *, size_t);
 void *__wrap_realloc(void *block, size_t size)
 {
     void *const moved = fails("allocate") ? nullptr : __real_realloc(block, size);
-    blocks += block == nullptr && moved != nullptr;
+    liveBlocks += block == nullptr && moved != nullptr;
     return moved;
 }
 
 void __real_free(void *);
 void __wrap_free(void *block)
 {
-    blocks -= block != nullptr;
+    liveBlocks -= block != nullptr;
     __real_free(block);
 }
 

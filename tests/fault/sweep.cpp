@@ -1,7 +1,9 @@
 // A life of the library from its first call on, lived with a fault and then without one, in a process of its own.
 #include "faults.h"
 
-#include <sys/socket.h>
+#include <sys/mman.h>
+
+#include <iostream>
 
 using namespace apitest;
 
@@ -19,179 +21,110 @@ const Query kQueries[6] = {
      readStats},
 };
 
-namespace {
-
-// The texts are literals, which are at the same place in the process that forked.
-struct Report
+// What the fault did, for the process that sweeps. The text is a literal, at the same place in both processes.
+struct Strike
 {
-    const char *call = nullptr; // that the fault struck
-    int code = 0;               // what it returned
-    const char *broken = "";    // the first promise that was not kept
+    const char *call;
+    int code;
 };
-
-class Life
-{
-public:
-    Life(Report &theReport, const Injection *theFault) : report(theReport), fault(theFault) {}
-
-    void live(int port, const Query &query);
-    void promise(bool kept, const char *what)
-    {
-        if (!kept && report.broken[0] == '\0') report.broken = what;
-    }
-
-    Walk items;
-
-private:
-    bool did(const char *call, int code);
-    void useResultSet(RIX_ResultSetToken_t resultSet, const Query &query);
-
-    Report &report;
-    const Injection *const fault;
-    char unset = 0;
-};
+static Strike *const strike =
+    static_cast<Strike *>(mmap(nullptr, sizeof(Strike), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
 
 // The first call in which the fault strikes is the one to report; no other may fail.
-bool Life::did(const char *call, int code)
+static bool did(const char *call, int code)
 {
-    if (fault != nullptr && fault->struck() && report.call == nullptr) {
-        report.call = call;
-        report.code = code;
-    } else {
-        promise(code == STAPI_OK, "only what is struck fails");
-    }
+    if (injection.struck() && strike->call == nullptr)
+        *strike = {call, code};
+    else
+        EXPECT_EQ(STAPI_OK, code) << call << " was not struck";
     return code == STAPI_OK;
 }
 
-void Life::useResultSet(RIX_ResultSetToken_t resultSet, const Query &query)
+static void useResultSet(RIX_ResultSetToken_t resultSet, const Query &query)
 {
-    items = query.read(resultSet);
+    const Walk items = query.read(resultSet);
     RIX_ResultSetToken_t copy = nullptr;
     if (did("copy", copyResultSet(resultSet, &copy)))
-        promise(query.read(copy) == items, "a copy is the same");
+        EXPECT_EQ(items, query.read(copy));
     else
-        promise(copy == nullptr || copy->rsBuffPtr == nullptr, "a failed copy is none, or empty");
+        EXPECT_TRUE(copy == nullptr || copy->rsBuffPtr == nullptr) << "a failed copy is none, or empty";
     if (copy != nullptr) did("free", freeResultSet(&copy));
-    promise(copy == nullptr, "the handle of a freed copy is null");
-    char *text = &unset;
-    promise(did("idQuery", getIdQuery(resultSet, &text)) || text == &unset, "no text after a failure");
-    promise(query.read(resultSet) == items, "the result set stays as it is");
+    char *text = nullptr;
+    EXPECT_TRUE(did("idQuery", getIdQuery(resultSet, &text)) || text == nullptr);
+    EXPECT_EQ(items, query.read(resultSet)) << "the result set stays as it is";
 }
 
-void Life::live(int port, const Query &query)
+// Returns what the query answered, nothing where the connection came to an early end.
+static Walk live(int port, const Query &query)
 {
-    char *version = &unset;
-    RIX_GatewayToken_t gateway = nullptr;
-    promise(did("version", getStatsAPIVersion(&version)) || version == &unset, "no version after a failure");
-    version = &unset;
-    if (!did("open", openGatewayConnection(port, &gateway, &version))) {
-        promise(gateway == nullptr && (version == &unset || version == nullptr), "no connection after a failure");
-        return;
-    }
+    char *version = nullptr;
+    RIX_GatewayToken_t token = nullptr;
     RIX_ResultSetToken_t resultSet = nullptr;
-    bool answered = did("query", query.ask(gateway, &resultSet));
-    promise(answered || resultSet == nullptr, "no result set after a failure");
-    if (!answered && report.code != STAPI_NO_MEMORY) {
-        promise(closeGatewayConnection(&gateway) == STAPI_GATEWAY_TOKEN_NOT_FOUND,
-                "the connection ends with its failure");
-        return;
+    EXPECT_TRUE(did("version", getStatsAPIVersion(&version)) || version == nullptr);
+    version = nullptr;
+    if (!did("open", openGatewayConnection(port, &token, &version))) {
+        EXPECT_TRUE(token == nullptr && version == nullptr) << "no connection after a failure";
+        return {};
     }
-    if (!answered) answered = did("query", query.ask(gateway, &resultSet)); // the connection has not suffered
-    if (answered) useResultSet(resultSet, query);
-    promise(gateway->resultSetBufLen == 4 * RESULT_SET_SIZE, "the result set grows twice");
-    did("close", closeGatewayConnection(&gateway));
-    promise(gateway == nullptr, "the handle of a closed connection is null");
+    if (!did("query", query.ask(token, &resultSet))) {
+        EXPECT_EQ(nullptr, resultSet);
+        if (strike->code != STAPI_NO_MEMORY) {
+            EXPECT_EQ(STAPI_GATEWAY_TOKEN_NOT_FOUND, closeGatewayConnection(&token)) << "it ends with its failure";
+            return {};
+        }
+        did("query", query.ask(token, &resultSet)); // the connection has not suffered
+    }
+    useResultSet(resultSet, query);
+    const Walk items = query.read(resultSet);
+    EXPECT_EQ(4 * RESULT_SET_SIZE, token->resultSetBufLen) << "the result set grows twice";
+    did("close", closeGatewayConnection(&token));
+    EXPECT_EQ(nullptr, token);
+    return items;
 }
 
 // The second life has to be none the worse for the first one's fault.
-Report liveTwice(int port, const Query &query, std::string_view call, int nth, int error, int times)
+static void liveTwice(const Query &query, const Injection &fault)
 {
-    Report report;
-    Life second(report, nullptr);
+    alarm(20); // ends a life that waits for ever
     const std::ptrdiff_t descriptors = countDescriptors();
-    const long blocks = liveBlocks();
+    const long blocks = liveBlocks;
     {
-        const Injection injection(call, nth, error, times);
-        Life first(report, &injection);
-        first.live(port, query);
-        second.items = first.items;
-    }
-    const Walk before = second.items;
-    second.live(port, query);
-    second.promise(before.empty() || before == second.items, "an answer does not depend on faults");
-    second.promise(descriptors == countDescriptors(), "no descriptor is left");
-    second.promise(blocks + 1 == liveBlocks(), "no memory is left"); // but for the trace file's name
-    second.promise(!testing::Test::HasFailure(), "a walk goes from start to end");
-    return report;
-}
-
-template <class Work>
-pid_t forkedWith(int (&ends)[2], Work work)
-{
-    EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, ends));
-    fflush(nullptr);
-    const pid_t child = fork();
-    close(ends[child == 0 ? 0 : 1]);
-    if (child == 0) _exit(work(ends[1]));
-    return child;
-}
-
-void expectEnd(pid_t child)
-{
-    int status = 0;
-    EXPECT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_EQ(0, status);
-}
-
-} // namespace
-
-Sweep sweep(int port, const Query &query, std::string_view call, int error, int times)
-{
-    Sweep swept;
-    std::string last;
-    for (int nth = 1; nth < 1000 && !testing::Test::HasFailure(); ++nth) {
-        int ends[2];
-        Report report;
-        const pid_t child = forkedWith(ends, [&](int end) {
-            alarm(20); // ends a life that waits for ever
-            report = liveTwice(port, query, call, nth, error, times);
-            return write(end, &report, sizeof report) == sizeof report ? 0 : 1;
-        });
-        if (read(ends[0], &report, sizeof report) != sizeof report) report.broken = "nobody dies";
-        close(ends[0]);
-        expectEnd(child);
-        EXPECT_STREQ("", report.broken) << query.name << ": " << call << " number " << nth << " with " << error;
-        if (report.call == nullptr) return swept;
-        const std::string now = report.call + (" " + std::to_string(report.code));
-        if (now != last) swept.outcome += (last.empty() ? "" : ", ") + now;
-        last = now;
-        ++swept.points;
-    }
-    ADD_FAILURE() << "gave up";
-    return swept;
-}
-
-GatewayProcess::GatewayProcess()
-{
-    process = forkedWith(ends, [](int end) {
         rixgwsim::Options options = smallOptions();
-        options.faults.replySize = 90000;
-        rixgwsim::Simulator simulator(options);
-        simulator.start();
-        const int listening = simulator.port();
-        char byte = 0;
-        if (write(end, &listening, sizeof listening) != sizeof listening || read(end, &byte, 1) != 0) return 2;
-        simulator.stop();
-        fputs(simulator.lastProtocolError().c_str(), stderr);
-        return simulator.lastProtocolError().empty() ? 0 : 1;
-    });
-    EXPECT_EQ(static_cast<ssize_t>(sizeof port), read(ends[0], &port, sizeof port));
+        options.faults.replySize = 90000; // the result set grows twice
+        rixgwsim::Simulator gateway(options);
+        gateway.start();
+        injection = fault;
+        const Walk first = live(gateway.port(), query);
+        injection = {};
+        const Walk second = live(gateway.port(), query);
+        EXPECT_TRUE(first.empty() || first == second) << "an answer does not depend on faults";
+        gateway.stop();
+        EXPECT_EQ("", gateway.lastProtocolError());
+    }
+    EXPECT_EQ(descriptors, countDescriptors());
+    EXPECT_EQ(blocks + 1, liveBlocks) << "of memory the trace file's name alone is left";
 }
 
-GatewayProcess::~GatewayProcess()
+std::string sweep(const Query &query, Injection fault)
 {
-    close(ends[0]); // its sign to end, also when these tests die
-    expectEnd(process);
+    std::string outcome, last;
+    for (; fault.nth < 1000 && !testing::Test::HasFailure(); ++fault.nth) {
+        strike->call = nullptr;
+        EXPECT_EQ(0, inChild([&] {
+                      liveTwice(query, fault);
+                      fflush(stdout);
+                      return testing::Test::HasFailure() ? -1 : 0;
+                  }))
+            << query.name << ": " << fault.call << " number " << fault.nth << " with " << fault.error;
+        if (strike->call == nullptr) {
+            std::cout << fault.call << " failed at " << fault.nth - 1 << " points of " << query.name << std::endl;
+            return outcome;
+        }
+        const std::string now = strike->call + (" " + std::to_string(strike->code));
+        if (now != last) outcome += (last.empty() ? "" : ", ") + now;
+        last = now;
+    }
+    return outcome + " and no end";
 }
 
 } // namespace fault
