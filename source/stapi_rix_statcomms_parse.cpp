@@ -69,9 +69,15 @@ int reallocResultsSetBuffer(char **resultSetBuffer, int *resultSetBufferLen, cha
     return rc;
 }
 
+// Nothing may be written any more after a failed growth.
+static int roomLeft(const ResultSetWriter *out)
+{
+    return out->rc == STAPI_OK ? *out->resultSetBufferLen - out->totaldatawritten : 0;
+}
+
 static void ensure(ResultSetWriter *out, int size)
 {
-    while (out->rc == STAPI_OK && size > *out->resultSetBufferLen - out->totaldatawritten)
+    while (out->rc == STAPI_OK && size > roomLeft(out))
         out->rc =
             reallocResultsSetBuffer(out->resultSetBuffer, out->resultSetBufferLen, &out->buffer, out->totaldatawritten);
 }
@@ -80,7 +86,12 @@ static void putInteger(ResultSetWriter *out, int value)
 {
     ensure(out, 4);
     if (out->rc != STAPI_OK) return;
-    addInteger(&out->buffer, value);
+    if (traceOn(Line::exc)) {
+        addInteger(&out->buffer, value);
+    } else {
+        memcpy(out->buffer, &value, sizeof value);
+        out->buffer += sizeof value;
+    }
     out->totaldatawritten += 4;
 }
 
@@ -114,9 +125,33 @@ static void copyChars(ReplyReader &in, ResultSetWriter *out, int length)
     putChars(out, readBlock(in.bytes, length));
 }
 
+static char *storeText(char *cursor, Block text)
+{
+    memcpy(cursor, &text.length, sizeof text.length);
+    copyShort(cursor + sizeof text.length, text.bytes, static_cast<size_t>(text.length));
+    return cursor + sizeof text.length + text.length;
+}
+
+// A text that is there as a whole and finds room, with its length, in one go: the same bytes as by copyChars(), which
+// writes the lines.
+static bool copyWholeText(ReplyReader &in, ResultSetWriter *out)
+{
+    if (traceOn(Line::exc) || in.blockLeft < 2 || bytesLeft(in.bytes) < 2) return false;
+    const uint8_t *p = in.bytes.pos;
+    const int length = p[0] << 8 | p[1];
+    const uint32_t size = static_cast<uint32_t>(length) + 2;
+    if (length > INT16_MAX || size > in.blockLeft || size > bytesLeft(in.bytes) || length + 4 > roomLeft(out))
+        return false;
+    out->buffer = storeText(out->buffer, {reinterpret_cast<const char *>(p) + 2, length});
+    out->totaldatawritten += length + 4;
+    in.bytes.pos += size;
+    in.blockLeft -= size;
+    return true;
+}
+
 static void copyText(ReplyReader &in, ResultSetWriter *out)
 {
-    copyChars(in, out, blockTextLength(in));
+    if (!copyWholeText(in, out)) copyChars(in, out, blockTextLength(in));
 }
 
 static int readNumResponses(Reader &in)
@@ -304,9 +339,23 @@ static int openStatBlock(ReplyReader &in)
     return chunklength;
 }
 
+// A statistic of the usual kind, with its end mark, in one go: the same bytes as by copyStat(), which writes the lines.
+static bool copyShortStat(ReplyReader &in, ResultSetWriter *out)
+{
+    ShortStat stat;
+    if (traceOn(Line::exc) || !in.byStructure || !isShortStat(in.bytes, &stat)) return false;
+    const int size = 8 + stat.id.length + stat.value.length;
+    if (size > roomLeft(out)) return false;
+    out->buffer = storeText(storeText(out->buffer, stat.id), stat.value);
+    out->totaldatawritten += size;
+    in.bytes.pos += stat.size;
+    return true;
+}
+
 static void copyStat(ReplyReader &in, ResultSetWriter *out)
 {
     skip(in.bytes, 5);
+    if (copyShortStat(in, out)) return;
     const int chunklength = openStatBlock(in);
     const int statidlength = blockTextLength(in);
     DEBUG(2233, "stapi_rix_statcomms.parseStatsData statistic ID length=%d \n", statidlength);
@@ -314,6 +363,7 @@ static void copyStat(ReplyReader &in, ResultSetWriter *out)
     const int statdatalength = blockTextLength(in);
     copyValue(in, out, statdatalength,
               in.byStructure ? static_cast<int>(in.blockLeft) : chunklength - statidlength - 4);
+    skip(in.bytes, 1);
 }
 
 // The statistic that the last bytes of the reply refer to, once more: from where it stands in the result set.
@@ -351,7 +401,6 @@ static void copyStats(ReplyReader &in, ResultSetWriter *out, int numStats, StatP
         } else {
             if (places->offsets != nullptr) places->offsets[places->count++] = out->totaldatawritten;
             copyStat(in, out);
-            skip(in.bytes, 1);
         }
         next = readU8(in.bytes);
     }

@@ -14,7 +14,7 @@
 namespace rixstats {
 
 constexpr unsigned char STREAM_START[] = {0xAC, 0xED, 0x00, 0x05, TC_OBJECT, TC_CLASSDESC};
-constexpr unsigned char LATER_STAT[] = {TC_REFERENCE, 0x00, 0x7E, 0x00, 0x03, TC_BLOCKDATA};
+constexpr unsigned char STAT_CLASS[] = {TC_REFERENCE, 0x00, 0x7E, 0x00, 0x03}; // by its handle
 constexpr uint8_t SC_WRITE_METHOD = 0x01;
 constexpr uint8_t SC_SERIALIZABLE = 0x02;
 constexpr uint8_t SC_EXTERNALIZABLE = 0x0C; // with block data
@@ -24,22 +24,21 @@ static void expectU8(Reader &in, uint8_t expected)
     if (readU8(in) != expected) spoil(in);
 }
 
-static void expectU32(Reader &in, uint32_t expected)
+static inline void expectBytes(Reader &in, const unsigned char *expected, size_t size)
 {
-    if (readU32(in) != expected) spoil(in);
+    const uint8_t *bytes = take(in, size);
+    if (bytes == nullptr || memcmp(bytes, expected, size) != 0) spoil(in);
 }
 
 // superClass: what has to follow, a description or none.
 static void scanClass(Reader &in, uint8_t superClass)
 {
-    skipText(in); // a name of more than 32,767 bytes is no class's
-    skip(in, 8);
-    const uint8_t flags = readU8(in);
-    if (flags != SC_EXTERNALIZABLE && (flags | SC_WRITE_METHOD) != (SC_SERIALIZABLE | SC_WRITE_METHOD)) spoil(in);
-    expectU8(in, 0); // no fields
-    expectU8(in, 0);
-    expectU8(in, TC_ENDBLOCKDATA);
-    expectU8(in, superClass);
+    skipText(in);                    // a name of more than 32,767 bytes is no class's
+    const uint8_t *p = take(in, 13); // serialVersionUID, flags, no fields, no annotations
+    if (p == nullptr) return;
+    const uint8_t flags = p[8];
+    const bool known = flags == SC_EXTERNALIZABLE || (flags | SC_WRITE_METHOD) == (SC_SERIALIZABLE | SC_WRITE_METHOD);
+    if (!known || p[9] != 0 || p[10] != 0 || p[11] != TC_ENDBLOCKDATA || p[12] != superClass) spoil(in);
 }
 
 static void scanLongText(ReplyReader &in, uint32_t left)
@@ -68,30 +67,18 @@ static void endBlockData(ReplyReader &in)
     expectU8(in.bytes, TC_ENDBLOCKDATA);
 }
 
-// What nearly all statistics are: of a class that came before, in one short block. Steps over one and its end mark; or
-// stays where it is. Worth its lines: the scan of a long reply takes half the time.
-static bool scanShortStat(Reader &in)
-{
-    const size_t left = bytesLeft(in);
-    const uint8_t *p = in.pos;
-    if (left < 11 || memcmp(p, LATER_STAT, sizeof LATER_STAT) != 0) return false;
-    const size_t size = p[6], idLength = static_cast<size_t>(p[7]) << 8 | p[8];
-    if (size + 8 > left || idLength + 4 > size) return false;
-    const uint8_t *value = p + 9 + idLength;
-    const size_t valueLength = static_cast<size_t>(value[0]) << 8 | value[1];
-    if (idLength + valueLength + 4 != size || p[7 + size] != TC_ENDBLOCKDATA) return false;
-    in.pos += size + 8;
-    return true;
-}
-
 static void scanNewStat(ReplyReader &in, bool first)
 {
     if (first) {
         expectU8(in.bytes, TC_CLASSDESC);
         scanClass(in.bytes, TC_NULL);
     } else {
-        expectU8(in.bytes, TC_REFERENCE);
-        expectU32(in.bytes, STAT_CLASS_HANDLE);
+        expectBytes(in.bytes, STAT_CLASS, sizeof STAT_CLASS);
+    }
+    ShortStat stat;
+    if (isShortStat(in.bytes, &stat)) {
+        in.bytes.pos += stat.size;
+        return;
     }
     openBlock(in);
     scanText(in);
@@ -106,7 +93,7 @@ static void scanStats(ReplyReader &in, uint32_t numStats, ReplyStructure *struct
     for (uint32_t j = 0; j < numStats && !in.bytes.bad; j++) {
         const uint8_t type = readU8(in.bytes);
         if (type == TC_OBJECT) {
-            if (objects == 0 || !scanShortStat(in.bytes)) scanNewStat(in, objects == 0);
+            scanNewStat(in, objects == 0);
             objects++;
         } else {
             structure->references = true;
@@ -118,8 +105,7 @@ static void scanStats(ReplyReader &in, uint32_t numStats, ReplyStructure *struct
 
 static void scanResponse(ReplyReader &in, bool ofStatistics, ReplyStructure *structure)
 {
-    const uint8_t *start = take(in.bytes, sizeof STREAM_START);
-    if (start == nullptr || memcmp(start, STREAM_START, sizeof STREAM_START) != 0) spoil(in.bytes);
+    expectBytes(in.bytes, STREAM_START, sizeof STREAM_START);
     scanClass(in.bytes, TC_CLASSDESC);
     scanClass(in.bytes, TC_NULL);
     openBlock(in);

@@ -21,7 +21,6 @@ constexpr uint8_t TC_BLOCKDATALONG = 0x7A; // 'z': a block with four length byte
 
 // Handles number classes and objects in the order in which they come: the reply's class, its super class, the reply,
 // the statistics' class, the statistics.
-constexpr uint32_t STAT_CLASS_HANDLE = 0x7E0003;
 constexpr uint32_t FIRST_STAT_HANDLE = 0x7E0004;
 
 // By fixed skips the whole reply is as good as one block that never ends.
@@ -37,6 +36,31 @@ typedef struct _ReplyReader
 inline ReplyReader replyReaderOf(const char *rawData, int rawDataLen, bool byStructure)
 {
     return {readerOf(rawData, rawDataLen), byStructure, byStructure ? 0 : ENDLESS_BLOCK};
+}
+
+// A statistic's own data as nearly all are: in one short block that holds them whole. Worth a look of its own: the
+// scan of a long reply takes half the time, the copying a third.
+typedef struct _ShortStat
+{
+    Block id, value;
+    size_t size; // of the block with its header, and of the end mark
+} ShortStat;
+
+// The reader stays where it is.
+inline bool isShortStat(const Reader &in, ShortStat *stat)
+{
+    const size_t left = bytesLeft(in);
+    const uint8_t *p = in.pos;
+    if (left < 6 || p[0] != TC_BLOCKDATA) return false;
+    const size_t size = p[1], idLength = static_cast<size_t>(p[2]) << 8 | p[3];
+    if (size + 3 > left || idLength + 4 > size) return false;
+    const uint8_t *value = p + 4 + idLength;
+    const size_t valueLength = static_cast<size_t>(value[0]) << 8 | value[1];
+    if (idLength + valueLength + 4 != size || p[2 + size] != TC_ENDBLOCKDATA) return false;
+    stat->id = {reinterpret_cast<const char *>(p) + 4, static_cast<int>(idLength)};
+    stat->value = {reinterpret_cast<const char *>(value) + 2, static_cast<int>(valueLength)};
+    stat->size = size + 3;
+    return true;
 }
 
 // What a scan found out about a reply.
