@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <unistd.h>
 
 namespace rixstats {
 
@@ -150,17 +149,6 @@ int initTrace()
     if (statAPITraceFilename == nullptr) return STAPI_NO_MEMORY;
     memcpy(statAPITraceFilename, defaultTraceFilename, sizeof defaultTraceFilename);
     return STAPI_OK;
-}
-
-void getPidTid(pid_t *pid, pthread_t *tid)
-{
-    if (pid != nullptr) *pid = getpid();
-    if (tid != nullptr) *tid = pthread_self();
-}
-
-int compareTids(pthread_t tid1, pthread_t tid2)
-{
-    return pthread_equal(tid1, tid2) != 0 ? 1 : 0;
 }
 
 // Returns the milliseconds of the current second.

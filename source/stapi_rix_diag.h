@@ -9,6 +9,7 @@
 #define STAPI_RIX_DIAG_H
 
 #include "stapi_rix_lock.h"
+#include "stapi_rix_pid.h"
 
 #include <atomic>
 #include <cstddef>
@@ -60,10 +61,17 @@ extern char dateBuf[10];                   // of the latest trace header
 extern stapilock traceLock;                // guards all of the above but the level, and the writing of each line
 #pragma GCC visibility pop
 
+#ifdef RIXSTATS_WITHOUT_TRACING // for measuring what tracing costs while it is off
+inline bool traceOn(Line)
+{
+    return false;
+}
+#else
 inline bool traceOn(Line kind)
 {
     return __builtin_expect(statAPITrace.load(std::memory_order_relaxed) >= traceLevelOf(kind), 0);
 }
+#endif
 
 // For %p, which takes void pointers alone; the second for a number shown as an address: that of something which has
 // been released since (addressNumber() tells it beforehand), or one that stands in an address's place on purpose.
@@ -112,8 +120,15 @@ void traceData(int point, const char *name, const char *start, int dataLen, int 
 
 int initTrace(); // 0, STAPI_NO_MEMORY, STAPI_LOCK_INIT_FAILED
 
-void getPidTid(pid_t *pid, pthread_t *tid); // either pointer may be null
-int compareTids(pthread_t tid1, pthread_t tid2);
+inline void getPidTid(pid_t *pid, pthread_t *tid) // either pointer may be null
+{
+    if (pid != nullptr) *pid = currentPid();
+    if (tid != nullptr) *tid = pthread_self();
+}
+inline int compareTids(pthread_t tid1, pthread_t tid2)
+{
+    return pthread_equal(tid1, tid2) != 0 ? 1 : 0;
+}
 inline int narrowTid(pthread_t tid)
 {
     return static_cast<int>(tid);

@@ -2,6 +2,7 @@
 #include "stapi_rix_gwytok.h"
 
 #include "stapi_rix_diag.h"
+#include "stapi_rix_flowarea.h"
 #include "stapi_rix_gwycon.h"
 #include "stapi_rix_resultsetbuffer.h"
 #include "stapi_rix_statcomms.h"
@@ -202,6 +203,15 @@ int verifyGatewayToken(Internal_GatewayToken_t *gwTokPtr)
     return rc;
 }
 
+// Nobody is left who could be answered.
+static void dropAreasOfLast()
+{
+    requestLock(&gtlLock);
+    const bool last = gtListHeadPtr == nullptr;
+    releaseLock(&gtlLock);
+    if (last) dropKeptAreas();
+}
+
 // The token is off the list and in nobody else's use. takeLeave: by the close flow, which waits for the gateway.
 static void releaseToken(RIX_GatewayToken_t *gwTokPtr, bool takeLeave)
 {
@@ -230,6 +240,7 @@ static void releaseToken(RIX_GatewayToken_t *gwTokPtr, bool takeLeave)
     *gwTokPtr = nullptr;
     DEBUG(2011, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p) Freed gateway token(%p) \n", ptr(gwTokPtr),
           ptr(record));
+    dropAreasOfLast();
 }
 
 static bool isOwnedByCaller(const Internal_GatewayToken_t *token)

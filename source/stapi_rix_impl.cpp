@@ -3,6 +3,7 @@
 
 #include "stapi_rix_diag.h"
 #include "stapi_rix_gwytok.h"
+#include "stapi_rix_pid.h"
 #include "stapi_rix_resultsetbuffer.h"
 
 #include <atomic>
@@ -15,13 +16,14 @@ namespace rixstats {
 
 char stapiVersion[32000];
 
-static std::atomic<int> stapiState{0}; // 1 once the library is set up
+std::atomic<int> stapiState{0};
 static pthread_mutex_t initMutex = PTHREAD_MUTEX_INITIALIZER;
 
 // Traces its failures at level 1; a success leaves tracing off.
 static int initialise()
 {
     statAPITrace.store(1, std::memory_order_relaxed);
+    initKnownPid();
     int rc = initTrace();
     if (rc != STAPI_OK) {
         fprintf(stderr, "stapi_rix_impl.stapiInit() Initialization of rixstats API trace has failed. rc=%d\n", rc);
@@ -38,7 +40,7 @@ static int initialise()
     return STAPI_OK;
 }
 
-static int initialiseOnce()
+int initialiseOnce()
 {
     int rc = STAPI_OK;
     pthread_mutex_lock(&initMutex);
@@ -48,23 +50,6 @@ static int initialiseOnce()
     }
     pthread_mutex_unlock(&initMutex);
     return rc;
-}
-
-int stapiInit()
-{
-    return stapiState.load(std::memory_order_acquire) != 0 ? STAPI_OK : initialiseOnce();
-}
-
-int firstMissing(std::initializer_list<Need> needs)
-{
-    for (const Need &need : needs)
-        if (need.pointer == nullptr) return need.code;
-    return STAPI_OK;
-}
-
-int checkOwner(const Internal_ResultSetToken_t *rs)
-{
-    return rs->owner == OWNER_LIBRARY ? verifyAPIResultSetTokenOwner(rs) : STAPI_OK;
 }
 
 constexpr size_t LONGEST_TEXT = 32766; // with its terminating zero

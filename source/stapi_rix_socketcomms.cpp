@@ -3,6 +3,7 @@
 
 #include "rixstats.h"
 #include "stapi_rix_diag.h"
+#include "stapi_rix_flowarea.h"
 #include "stapi_rix_socketset.h"
 
 #include <cerrno>
@@ -160,8 +161,8 @@ static int readReplyHeader(int socketDesc, const char *requestName, GatewayReque
 
 static int readReplyBody(int socketDesc, char **data, GatewayRequest *header, ReasonCodes *reasons)
 {
-    free(*data);
-    *data = static_cast<char *>(calloc(1, static_cast<size_t>(header->datalength)));
+    freeFlowArea(*data);
+    *data = newFlowArea(static_cast<size_t>(header->datalength));
     if (*data == nullptr) {
         EXC(3236, "stapi_rix_socketcomms.flow Failed to allocate %d bytes.\n", header->datalength);
         return STAPI_NO_MEMORY;

@@ -80,7 +80,7 @@ typedef struct _AdminRequest
     const char *invokeParms;
     const char *invokeSigs;
     char exceptionFlag;
-    char *callData; // of a successful reply: header.datalength bytes, the caller's to free
+    char *callData; // of a successful reply: header.datalength bytes, a flow area, the caller's to free
 } AdminRequest;
 
 // A header for a new request: this library's eyecatcher and version, all else zero.
@@ -98,8 +98,8 @@ bool populateHeader(Reader &in, const char *requestName, GatewayRequest *request
 int readFromSocket(int socketDesc, int dataSize, char *dataBuf, int *received);
 
 // Sends the datalen bytes at *data and reads the reply: its header into *header, its body into a new *data (the old one
-// is freed; without a body the request stays there). header->datalength becomes the number of body bytes that came.
-// The caller frees *data in every case.
+// is freed; without a body the request stays there). Both are flow areas. header->datalength becomes the number of body
+// bytes that came. The caller frees *data in every case.
 int flow(int socketDesc, int datalen, char **data, const char *requestName, GatewayRequest *header,
          ReasonCodes *reasons);
 

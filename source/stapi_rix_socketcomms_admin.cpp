@@ -10,8 +10,8 @@
 
 #include "rixstats.h"
 #include "stapi_rix_diag.h"
+#include "stapi_rix_flowarea.h"
 
-#include <cstdlib>
 #include <cstring>
 
 namespace rixstats {
@@ -43,7 +43,7 @@ static void writeAdminRequest(const AdminRequest *request, Writer &out)
 static int copyCallData(Reader in, AdminRequest *request)
 {
     const int size = request->header.datalength - ADMIN_REPLY_HEAD_SIZE;
-    request->callData = static_cast<char *>(calloc(1, size > 0 ? static_cast<size_t>(size) : 1));
+    request->callData = newFlowArea(size > 0 ? static_cast<size_t>(size) : 1);
     DEBUG(3203, "stapi_rix_socketcomms.flowAdminRequest Called malloc for %d bytes. rc=%p\n", size,
           ptr(request->callData));
     if (request->callData == nullptr) {
@@ -83,7 +83,7 @@ static int readAdminReply(Reader in, AdminRequest *request, ReasonCodes *reasons
 static int exchangeAdmin(int socketDesc, AdminRequest *request, ReasonCodes *reasons)
 {
     const int requestSize = request->header.datalength + request->header.requestTypeLength + FLOW_HEADER_SIZE;
-    char *data = static_cast<char *>(calloc(1, static_cast<size_t>(requestSize)));
+    char *data = newFlowArea(static_cast<size_t>(requestSize));
     DEBUG(3201, "stapi_rix_socketcomms.flowAdminRequest Called malloc for %d bytes. rc=%p\n", requestSize, ptr(data));
     if (data == nullptr) {
         EXC(3202, "stapi_rix_socketcomms.flowAdminRequestFailed to allocate %d bytes.\n", requestSize);
@@ -95,7 +95,7 @@ static int exchangeAdmin(int socketDesc, AdminRequest *request, ReasonCodes *rea
     if (rc == 0) rc = readAdminReply(replyBody(data, &request->header), request, reasons);
     if (data != nullptr) {
         DEBUG(3207, "stapi_rix_socketcomms.flowAdminRequest Free request data %p\n", ptr(data));
-        free(data);
+        freeFlowArea(data);
     }
     return rc;
 }

@@ -3,8 +3,8 @@
 
 #include "rixstats.h"
 #include "stapi_rix_diag.h"
+#include "stapi_rix_flowarea.h"
 
-#include <cstdlib>
 #include <cstring>
 
 namespace rixstats {
@@ -32,7 +32,7 @@ static int exchangeBase(const BaseFlow &base, int socketDesc, ReasonCodes *reaso
     GatewayRequest header = newRequestHeader(base.flowType, "BASE", base.bodyLength);
     header.messageId = base.messageId;
     const int requestSize = base.bodyLength + header.requestTypeLength + FLOW_HEADER_SIZE;
-    char *data = static_cast<char *>(calloc(1, static_cast<size_t>(requestSize)));
+    char *data = newFlowArea(static_cast<size_t>(requestSize));
     if (data == nullptr) {
         EXC(base.noMemoryPoint, "stapi_rix_socketcomms.%sFailed to allocate %d bytes.\n", base.name, requestSize);
         return STAPI_NO_MEMORY;
@@ -41,7 +41,7 @@ static int exchangeBase(const BaseFlow &base, int socketDesc, ReasonCodes *reaso
     writeHeader(&header, out);
     writeBytes(out, base.body, static_cast<size_t>(base.bodyLength));
     const int rc = flow(socketDesc, requestSize, &data, header.requestType, &header, reasons);
-    free(data); // a reply's body says nothing that is needed here
+    freeFlowArea(data); // a reply's body says nothing that is needed here
     return rc;
 }
 
@@ -99,7 +99,7 @@ static int readAuthReply(Reader in, AuthRequest *request, ReasonCodes *reasons)
 static int exchangeAuth(int socketDesc, AuthRequest *request, ReasonCodes *reasons)
 {
     const int requestSize = request->header.datalength + request->header.requestTypeLength + FLOW_HEADER_SIZE;
-    char *data = static_cast<char *>(calloc(1, static_cast<size_t>(requestSize)));
+    char *data = newFlowArea(static_cast<size_t>(requestSize));
     if (data == nullptr) {
         EXC(3211, "stapi_rix_socketcomms.flowAuthRequestFailed to allocate %d bytes.\n", requestSize);
         return STAPI_NO_MEMORY;
@@ -109,7 +109,7 @@ static int exchangeAuth(int socketDesc, AuthRequest *request, ReasonCodes *reaso
     int rc = flow(socketDesc, requestSize, &data, request->header.requestType, &request->header, reasons);
     if (rc == 0) rc = readAuthReply(replyBody(data, &request->header), request, reasons);
     DEBUG(3213, "stapi_rix_socketcomms.flowAuthRequest Free request data %p\n", ptr(data));
-    free(data);
+    freeFlowArea(data);
     return rc;
 }
 

@@ -3,8 +3,8 @@
 #include "stapi_rix_statcomms.h"
 
 #include "stapi_rix_diag.h"
+#include "stapi_rix_flowarea.h"
 
-#include <cstdlib>
 #include <cstring>
 
 namespace rixstats {
@@ -60,7 +60,7 @@ static void prepareCall(AdminRequest *request, int32_t callType)
     request->header.gatewayRc = 0;
     request->header.requestType = ADMIN_REQUEST_NAME;
     request->callType = callType;
-    free(request->callData); // of a reply that did not answer an initial request
+    freeFlowArea(request->callData); // of a reply that did not answer an initial request
     request->callData = nullptr;
     request->adminRc = 0;
     request->clientCountry = ADMIN_CLIENT_COUNTRY;
@@ -113,7 +113,7 @@ static int fetchProtocolVersion(Internal_GatewayToken_t *gwTokPtr, ReasonCodes *
     }
     if (admin.callData != nullptr) {
         DEBUG(2242, "stapi_rix_statcomms.statProtocolVer Free request callData %p\n", ptr(admin.callData));
-        free(admin.callData);
+        freeFlowArea(admin.callData);
     }
     return rc;
 }
@@ -155,7 +155,7 @@ static int invoke(int socketDesc, const char *queryType, const char *queryString
     if (rc == 0) rc = parseReply(&request, buffer, bufferLen);
     if (request.callData != nullptr) {
         DEBUG(2212, "stapi_rix_statcomms.statCommsString Free request callData %p\n", ptr(request.callData));
-        free(request.callData);
+        freeFlowArea(request.callData);
     }
     return rc;
 }

@@ -1,0 +1,80 @@
+// Areas for flows, and the few that are kept. The slots are exchanged atomically: an area belongs to a slot or to the
+// one thread that took it out.
+#include "stapi_rix_flowarea.h"
+
+#include <atomic>
+#include <cstdlib>
+
+namespace rixstats {
+
+// Stands before each area, and keeps it aligned.
+typedef union _AreaHead
+{
+    size_t size; // of the area behind it
+    max_align_t alignment;
+} AreaHead;
+
+static std::atomic<AreaHead *> keptAreas[KEPT_AREAS]; // the latest one first
+
+static bool canBeKept(size_t size)
+{
+    return size >= LEAST_KEPT_SIZE && size <= MOST_KEPT_SIZE;
+}
+
+static void putBack(std::atomic<AreaHead *> &slot, AreaHead *area)
+{
+    AreaHead *none = nullptr;
+    if (!slot.compare_exchange_strong(none, area)) free(area);
+}
+
+static AreaHead *takeKept(size_t size)
+{
+    for (std::atomic<AreaHead *> &slot : keptAreas) {
+        AreaHead *area = slot.exchange(nullptr);
+        if (area == nullptr) continue;
+        if (area->size >= size) return area;
+        putBack(slot, area);
+    }
+    return nullptr;
+}
+
+// Areas that may be kept come in few sizes, so that one serves replies that differ a little.
+static size_t roundedSize(size_t size)
+{
+    return canBeKept(size) ? (size + LEAST_KEPT_SIZE - 1) / LEAST_KEPT_SIZE * LEAST_KEPT_SIZE : size;
+}
+
+static AreaHead *newArea(size_t size)
+{
+    const size_t all = sizeof(AreaHead) + size;
+    if (all < size) return nullptr;
+    AreaHead *area = static_cast<AreaHead *>(size < LEAST_KEPT_SIZE ? calloc(1, all) : malloc(all));
+    if (area != nullptr) area->size = size;
+    return area;
+}
+
+char *newFlowArea(size_t size)
+{
+    AreaHead *area = canBeKept(size) ? takeKept(size) : nullptr;
+    if (area == nullptr) area = newArea(roundedSize(size));
+    return area != nullptr ? reinterpret_cast<char *>(area + 1) : nullptr;
+}
+
+// The latest area pushes the others on; the oldest drops out.
+void freeFlowArea(char *area)
+{
+    if (area == nullptr) return;
+    AreaHead *pushed = reinterpret_cast<AreaHead *>(area) - 1;
+    if (canBeKept(pushed->size))
+        for (int i = 0; i < KEPT_AREAS && pushed != nullptr; i++)
+            pushed = keptAreas[i].exchange(pushed);
+    free(pushed);
+}
+
+void dropKeptAreas()
+{
+    for (std::atomic<AreaHead *> &slot : keptAreas)
+        free(slot.exchange(nullptr));
+}
+
+} // namespace rixstats
