@@ -119,9 +119,29 @@ private:
 
 typedef int (*Parser)(ReplyStructure, const char *, int, char **, int *);
 
+// What a scan copies on its way is what the parser writes.
+static void checkCopy(bool identifiers, const char *callData, int callDataLen, ReplyStructure structure)
+{
+    const Parser parse = identifiers ? parseIdsReply : parseStatsReply;
+    int length = RESULT_SET_SIZE;
+    char *parsed = newResultSetArea(length);
+    const int rc = parse(structure, callData, callDataLen, &parsed, &length);
+    require(rc == STAPI_OK || structure.references, "a reply that holds to the structure is read by it");
+    if (rc == STAPI_OK) {
+        char *copied = newResultSetArea(length);
+        const ReplyStructure again = scanReply(callData, callDataLen, !identifiers, copied, length);
+        require(again.holds && again.copied == !again.references, "what fits is copied, unless it comes by reference");
+        require(!again.copied || memcmp(copied, parsed, static_cast<size_t>(length)) == 0,
+                "a scan copies what the parser writes");
+        free(copied);
+    }
+    free(parsed);
+}
+
 void checkReadings(bool identifiers, const char *callData, int callDataLen)
 {
-    const ReplyStructure structure = scanReply(callData, callDataLen, !identifiers);
+    const ReplyStructure structure = scanReply(callData, callDataLen, !identifiers, nullptr, 0);
+    if (structure.holds) checkCopy(identifiers, callData, callDataLen, structure);
     if (!structure.holds || structure.references || !Judge(callData, callDataLen).followable(identifiers)) return;
     const Parser parse = identifiers ? parseIdsReply : parseStatsReply;
     int lengths[2] = {RESULT_SET_SIZE, RESULT_SET_SIZE};

@@ -1,6 +1,9 @@
 // The iterators: four public calls and their workers, which walk a result-set buffer item by item. The read position
 // lives in the result-set token; an item's pointers point into the buffer. One body serves the first-item workers, one
 // the next-item workers; a row and the fields of the caller's record tell identifiers from statistics.
+//
+// A step of a walk takes a few nanoseconds, and its dozen trace points would take half as much again while they are
+// off. So a next-item call looks at the trace level once, and while it is off runs the same body without a row.
 #include "stapi_rix_diag.h"
 #include "stapi_rix_impl.h"
 #include "stapi_rix_resultsetbuffer.h"
@@ -69,8 +72,12 @@ RecordFields fieldsOf(RIX_StatData_t *data)
             &data->statValuePtr};
 }
 
-bool atTerminator(const char *cursor)
+// What the bodies below are given is the row of the worker whose trace lines they write, or null.
+#define STEP_INLINE inline __attribute__((always_inline))
+
+STEP_INLINE bool atTerminator(const Worker *worker, const char *cursor)
 {
+    if (worker == nullptr) return wordAt(cursor) == RESULT_SET_TERMINATOR;
     int isTerminator = 0;
     checkTerminator(cursor, &isTerminator);
     return isTerminator != 0;
@@ -96,25 +103,32 @@ void elementUsedUp(Internal_ResultSetToken_t *rs)
     rs->queryIndex++;
 }
 
-// Reads an element's header into the token. False if the element failed: it has no results then.
-bool readHeader(const Worker &worker, Internal_ResultSetToken_t *rs, const RecordFields &fields, char **cursor)
+void tellHeader(const Worker &worker, const Internal_ResultSetToken_t *rs, const RecordFields &fields,
+                const char *cursor)
 {
-    takeText(cursor, &rs->cacheElementLen, &rs->cacheElementPtr);
-    rs->cacheElementRC = takeWord(cursor);
     DEBUG(worker.headerPoint,
           "stapi_rix_impl.%s Processing query header %d of %d. Resultset=%p, Datacursor=%p, queryElementLen=%d, "
           "queryElementPtr=%p, queryElementRC=%d\n",
-          worker.name, rs->queryIndex, rs->queryCount, ptr(rs), ptr(*cursor), rs->cacheElementLen,
+          worker.name, rs->queryIndex, rs->queryCount, ptr(rs), ptr(cursor), rs->cacheElementLen,
           ptr(rs->cacheElementPtr), rs->cacheElementRC);
     if (worker.cachePoint != 0)
         DEBUG(worker.cachePoint,
               "stapi_rix_impl.%s Caching new query element details. Resultset=%p, Datacursor=%p, queryElementLen=%d, "
               "queryElementPtr=%p, queryElementRC=%d\n",
-              worker.name, ptr(rs), ptr(*cursor), rs->cacheElementLen, ptr(rs->cacheElementPtr), rs->cacheElementRC);
+              worker.name, ptr(rs), ptr(cursor), rs->cacheElementLen, ptr(rs->cacheElementPtr), rs->cacheElementRC);
+    if (rs->cacheElementRC < 0 && worker.failedPoint != 0)
+        EVENT(worker.failedPoint, "stapi_rix_impl.%s(rsPtr=%p,%s=%p) Found negative queryElementRC(%d)\n", worker.name,
+              ptr(rs), worker.record, ptr(fields.record), rs->cacheElementRC);
+}
+
+// Reads an element's header into the token. False if the element failed: it has no results then.
+STEP_INLINE bool readHeader(const Worker *worker, Internal_ResultSetToken_t *rs, const RecordFields &fields,
+                            char **cursor)
+{
+    takeText(cursor, &rs->cacheElementLen, &rs->cacheElementPtr);
+    rs->cacheElementRC = takeWord(cursor);
+    if (worker != nullptr) tellHeader(*worker, rs, fields, *cursor);
     if (rs->cacheElementRC < 0) {
-        if (worker.failedPoint != 0)
-            EVENT(worker.failedPoint, "stapi_rix_impl.%s(rsPtr=%p,%s=%p) Found negative queryElementRC(%d)\n",
-                  worker.name, ptr(rs), worker.record, ptr(fields.record), rs->cacheElementRC);
         elementUsedUp(rs);
         return false;
     }
@@ -124,7 +138,8 @@ bool readHeader(const Worker &worker, Internal_ResultSetToken_t *rs, const Recor
 }
 
 // An element without results is delivered too, as one item of length 0.
-void readItem(const Worker &worker, Internal_ResultSetToken_t *rs, const RecordFields &fields, char **cursor)
+STEP_INLINE void readItem(const Worker *worker, Internal_ResultSetToken_t *rs, const RecordFields &fields,
+                          char **cursor)
 {
     if (rs->elementResultCount == 0) {
         *fields.idLen = 0;
@@ -135,23 +150,24 @@ void readItem(const Worker &worker, Internal_ResultSetToken_t *rs, const RecordF
         }
     } else {
         takeText(cursor, fields.idLen, fields.idPtr);
-        if (worker.itemPoint != 0)
+        if (worker != nullptr && worker->itemPoint != 0)
             DEBUG(
-                worker.itemPoint,
+                worker->itemPoint,
                 "stapi_rix_impl.%s Processing queryIndex=%d, elementResultIndex=%d. Resultset=%p, dataCursor=%p, %s=%d\n",
-                worker.name, rs->queryIndex, rs->elementResultIndex, ptr(rs), ptr(*cursor), worker.length,
+                worker->name, rs->queryIndex, rs->elementResultIndex, ptr(rs), ptr(*cursor), worker->length,
                 *fields.idLen);
         if (fields.valueLen != nullptr) takeText(cursor, fields.valueLen, fields.valuePtr);
     }
     if (++rs->elementResultIndex > rs->elementResultCount) {
         elementUsedUp(rs);
-        DEBUG(worker.endPoint, "stapi_rix_impl.%s End of subset queryIndex=%d. Resultset=%p\n", worker.name,
-              rs->queryIndex, ptr(rs));
+        if (worker != nullptr)
+            DEBUG(worker->endPoint, "stapi_rix_impl.%s End of subset queryIndex=%d. Resultset=%p\n", worker->name,
+                  rs->queryIndex, ptr(rs));
     }
 }
 
 // Hands out the element that is being read and, unless it failed, its next item.
-int deliver(const Worker &worker, Internal_ResultSetToken_t *rs, const RecordFields &fields, char *cursor)
+STEP_INLINE int deliver(const Worker *worker, Internal_ResultSetToken_t *rs, const RecordFields &fields, char *cursor)
 {
     memcpy(fields.eyecatcher, rs->rsBuffPtr, EYECATCHER_SIZE);
     const bool readable = rs->elementResultIndex != 0 || readHeader(worker, rs, fields, &cursor);
@@ -160,42 +176,57 @@ int deliver(const Worker &worker, Internal_ResultSetToken_t *rs, const RecordFie
     *fields.queryElementRC = rs->cacheElementRC;
     if (readable) readItem(worker, rs, fields, &cursor);
     setCursor(rs, cursor);
-    EVENT(worker.successPoint, "stapi_rix_impl.%s Successfully retrieved %s from resultset %p\n", worker.name,
-          worker.item, ptr(rs));
+    if (worker != nullptr)
+        EVENT(worker->successPoint, "stapi_rix_impl.%s Successfully retrieved %s from resultset %p\n", worker->name,
+              worker->item, ptr(rs));
     return STAPI_OK;
 }
 
-// A set without elements is an end at once: the word behind its count is not taken for an
-// element's length.
+// A set without elements is an end at once: the word behind its count is not taken for an element's length.
 int firstItem(const Worker &worker, Internal_ResultSetToken_t *rs, const RecordFields &fields)
 {
     memcpy(fields.eyecatcher, rs->rsBuffPtr, EYECATCHER_SIZE);
     char *cursor = rs->rsBuffPtr + EYECATCHER_SIZE;
-    if (atTerminator(cursor)) return STAPI_END_OF_RESULTS;
+    if (atTerminator(&worker, cursor)) return STAPI_END_OF_RESULTS;
     const int queryCount = takeWord(&cursor);
     if (queryCount == 0) return STAPI_END_OF_RESULTS;
     rs->queryCount = queryCount;
     rs->queryIndex = 1;
     rs->elementResultIndex = 0;
-    return deliver(worker, rs, fields, cursor);
+    return deliver(&worker, rs, fields, cursor);
 }
 
-int nextItem(const Worker &worker, Internal_ResultSetToken_t *rs, const RecordFields &fields)
+STEP_INLINE int nextItem(const Worker *worker, Internal_ResultSetToken_t *rs, const RecordFields &fields)
 {
     char *cursor = rs->cursor;
     if (rs->queryIndex == 0) {
         memcpy(fields.eyecatcher, rs->rsBuffPtr, EYECATCHER_SIZE);
         cursor = rs->rsBuffPtr + EYECATCHER_SIZE;
-        DEBUG(worker.freshPoint, "stapi_rix_impl.%s No %s() called on Resultset=%p. Datacursor=%p\n", worker.name,
-              worker.firstCall, ptr(rs), ptr(cursor));
+        if (worker != nullptr)
+            DEBUG(worker->freshPoint, "stapi_rix_impl.%s No %s() called on Resultset=%p. Datacursor=%p\n", worker->name,
+                  worker->firstCall, ptr(rs), ptr(cursor));
         // A set that holds nothing but its eyecatcher ends at the count's place; the walk stays there.
         if (wordAt(cursor) != RESULT_SET_TERMINATOR) rs->queryCount = takeWord(&cursor);
         rs->queryIndex = 1;
         rs->elementResultIndex = 0;
         setCursor(rs, cursor);
     }
-    if (atTerminator(cursor)) return STAPI_END_OF_RESULTS;
+    if (atTerminator(worker, cursor)) return STAPI_END_OF_RESULTS;
     return deliver(worker, rs, fields, cursor);
+}
+
+__attribute__((noinline)) int toldNextItem(const Worker &worker, Internal_ResultSetToken_t *rs,
+                                           const RecordFields &fields)
+{
+    return nextItem(&worker, rs, fields);
+}
+
+// Nothing is traced, and no check of a next-item call would fail.
+STEP_INLINE bool isPlainStep(const Internal_ResultSetToken_t *rs, const void *record, const char *eyecatcher)
+{
+    return !traceOn(Line::exc) && rs != nullptr && record != nullptr && hasEyecatcher(rs->rsBuffPtr, eyecatcher) &&
+           (rs->owner != OWNER_LIBRARY ||
+            (rs->owningPid == currentPid() && compareTids(rs->owningTid, pthread_self()) != 0));
 }
 
 } // namespace
@@ -214,7 +245,7 @@ int getFirstIdInternal(Internal_ResultSetToken_t *rs, RIX_IdData_t *idData)
 int getNextIdInternal(Internal_ResultSetToken_t *rs, RIX_IdData_t *idData)
 {
     ENTRY(1050, "stapi_rix_impl.getNextIdInternal(rsPtr=%p,idDataPtr=%p)\n", ptr(rs), ptr(idData));
-    const int rixStatRc = nextItem(NEXT_ID, rs, fieldsOf(idData));
+    const int rixStatRc = toldNextItem(NEXT_ID, rs, fieldsOf(idData));
     EXIT(1057, "stapi_rix_impl.getNextIdInternal() rc=%d\n", rixStatRc);
     return rixStatRc;
 }
@@ -231,7 +262,7 @@ int getFirstStatInternal(Internal_ResultSetToken_t *rs, RIX_StatData_t *statData
 int getNextStatInternal(Internal_ResultSetToken_t *rs, RIX_StatData_t *statData)
 {
     ENTRY(1064, "stapi_rix_impl.getNextStatInternal(rsPtr=%p,statDataPtr=%p)\n", ptr(rs), ptr(statData));
-    const int rixStatRc = nextItem(NEXT_STAT, rs, fieldsOf(statData));
+    const int rixStatRc = toldNextItem(NEXT_STAT, rs, fieldsOf(statData));
     EXIT(1071, "stapi_rix_impl.getNextStatInternal() rc=%d\n", rixStatRc);
     return rixStatRc;
 }
@@ -266,6 +297,7 @@ int getFirstId(RIX_ResultSetToken_t rsPtr, RIX_IdData_t *idDataPtr)
 
 int getNextId(RIX_ResultSetToken_t rsPtr, RIX_IdData_t *idDataPtr)
 {
+    if (isPlainStep(rsPtr, idDataPtr, ID_SET_EYECATCHER)) return nextItem(nullptr, rsPtr, fieldsOf(idDataPtr));
     int rc = stapiInit();
     ENTRY(1153, "API.getNextId(rsPtr=%p,idDataPtr=%p)\n", ptr(rsPtr), ptr(idDataPtr));
     if (rc == STAPI_OK) rc = firstMissing({{rsPtr, STAPI_NULL_RESULT_SET_TOKEN}, {idDataPtr, STAPI_NULL_ID_DATA_PTR}});
@@ -297,6 +329,7 @@ int getFirstStat(RIX_ResultSetToken_t rsPtr, RIX_StatData_t *statDataPtr)
 
 int getNextStat(RIX_ResultSetToken_t rsPtr, RIX_StatData_t *statDataPtr)
 {
+    if (isPlainStep(rsPtr, statDataPtr, STAT_SET_EYECATCHER)) return nextItem(nullptr, rsPtr, fieldsOf(statDataPtr));
     int rc = stapiInit();
     ENTRY(1159, "API.getNextStat(rsPtr=%p,statDataPtr=%p)\n", ptr(rsPtr), ptr(statDataPtr));
     if (rc == STAPI_OK)

@@ -69,15 +69,9 @@ int reallocResultsSetBuffer(char **resultSetBuffer, int *resultSetBufferLen, cha
     return rc;
 }
 
-// Nothing may be written any more after a failed growth.
-static int roomLeft(const ResultSetWriter *out)
-{
-    return out->rc == STAPI_OK ? *out->resultSetBufferLen - out->totaldatawritten : 0;
-}
-
 static void ensure(ResultSetWriter *out, int size)
 {
-    while (out->rc == STAPI_OK && size > roomLeft(out))
+    while (out->rc == STAPI_OK && size > *out->resultSetBufferLen - out->totaldatawritten)
         out->rc =
             reallocResultsSetBuffer(out->resultSetBuffer, out->resultSetBufferLen, &out->buffer, out->totaldatawritten);
 }
@@ -86,12 +80,7 @@ static void putInteger(ResultSetWriter *out, int value)
 {
     ensure(out, 4);
     if (out->rc != STAPI_OK) return;
-    if (traceOn(Line::exc)) {
-        addInteger(&out->buffer, value);
-    } else {
-        memcpy(out->buffer, &value, sizeof value);
-        out->buffer += sizeof value;
-    }
+    addInteger(&out->buffer, value);
     out->totaldatawritten += 4;
 }
 
@@ -125,33 +114,9 @@ static void copyChars(ReplyReader &in, ResultSetWriter *out, int length)
     putChars(out, readBlock(in.bytes, length));
 }
 
-static char *storeText(char *cursor, Block text)
-{
-    memcpy(cursor, &text.length, sizeof text.length);
-    copyShort(cursor + sizeof text.length, text.bytes, static_cast<size_t>(text.length));
-    return cursor + sizeof text.length + text.length;
-}
-
-// A text that is there as a whole and finds room, with its length, in one go: the same bytes as by copyChars(), which
-// writes the lines.
-static bool copyWholeText(ReplyReader &in, ResultSetWriter *out)
-{
-    if (traceOn(Line::exc) || in.blockLeft < 2 || bytesLeft(in.bytes) < 2) return false;
-    const uint8_t *p = in.bytes.pos;
-    const int length = p[0] << 8 | p[1];
-    const uint32_t size = static_cast<uint32_t>(length) + 2;
-    if (length > INT16_MAX || size > in.blockLeft || size > bytesLeft(in.bytes) || length + 4 > roomLeft(out))
-        return false;
-    out->buffer = storeText(out->buffer, {reinterpret_cast<const char *>(p) + 2, length});
-    out->totaldatawritten += length + 4;
-    in.bytes.pos += size;
-    in.blockLeft -= size;
-    return true;
-}
-
 static void copyText(ReplyReader &in, ResultSetWriter *out)
 {
-    if (!copyWholeText(in, out)) copyChars(in, out, blockTextLength(in));
+    copyChars(in, out, blockTextLength(in));
 }
 
 static int readNumResponses(Reader &in)
@@ -187,6 +152,12 @@ static int copyElementHead(ReplyReader &in, ResultSetWriter *out)
     const int queryRc = static_cast<int>(blockU32(in));
     putInteger(out, queryRc);
     return queryRc;
+}
+
+// While nothing is traced a scan may leave nothing to do.
+static ReplyStructure scan(const char *rawData, int rawDataLen, bool ofStatistics, char *area, int areaSize)
+{
+    return scanReply(rawData, rawDataLen, ofStatistics, area, traceOn(Line::exc) ? 0 : areaSize);
 }
 
 // ---- Identifiers
@@ -229,8 +200,10 @@ int parseIdsData(const char *rawData, int rawDataLen, char **resultSetBuffer, in
 {
     ENTRY(2224, "stapi_rix_statcomms.parseIdsData(rawData=%p, *resultSetBuffer=%p, *resultSetBufferLen=%d)\n",
           ptr(rawData), ptr(*resultSetBuffer), *resultSetBufferLen);
-    const ReplyStructure structure = scanReply(rawData, rawDataLen, false);
-    const int rc = parseIdsReply(structure, rawData, rawDataLen, resultSetBuffer, resultSetBufferLen);
+    const ReplyStructure structure = scan(rawData, rawDataLen, false, *resultSetBuffer, *resultSetBufferLen);
+    const int rc = structure.copied
+                       ? STAPI_OK
+                       : parseIdsReply(structure, rawData, rawDataLen, resultSetBuffer, resultSetBufferLen);
     EXIT(2229, "stapi_rix_statcomms.parseIdsData(rawData=%p, *resultSetBuffer=%p, *resultSetBufferLen=%d) rc=%d\n",
          ptr(rawData), ptr(*resultSetBuffer), *resultSetBufferLen, rc);
     return rc;
@@ -339,23 +312,9 @@ static int openStatBlock(ReplyReader &in)
     return chunklength;
 }
 
-// A statistic of the usual kind, with its end mark, in one go: the same bytes as by copyStat(), which writes the lines.
-static bool copyShortStat(ReplyReader &in, ResultSetWriter *out)
-{
-    ShortStat stat;
-    if (traceOn(Line::exc) || !in.byStructure || !isShortStat(in.bytes, &stat)) return false;
-    const int size = 8 + stat.id.length + stat.value.length;
-    if (size > roomLeft(out)) return false;
-    out->buffer = storeText(storeText(out->buffer, stat.id), stat.value);
-    out->totaldatawritten += size;
-    in.bytes.pos += stat.size;
-    return true;
-}
-
 static void copyStat(ReplyReader &in, ResultSetWriter *out)
 {
     skip(in.bytes, 5);
-    if (copyShortStat(in, out)) return;
     const int chunklength = openStatBlock(in);
     const int statidlength = blockTextLength(in);
     DEBUG(2233, "stapi_rix_statcomms.parseStatsData statistic ID length=%d \n", statidlength);
@@ -363,7 +322,6 @@ static void copyStat(ReplyReader &in, ResultSetWriter *out)
     const int statdatalength = blockTextLength(in);
     copyValue(in, out, statdatalength,
               in.byStructure ? static_cast<int>(in.blockLeft) : chunklength - statidlength - 4);
-    skip(in.bytes, 1);
 }
 
 // The statistic that the last bytes of the reply refer to, once more: from where it stands in the result set.
@@ -401,6 +359,7 @@ static void copyStats(ReplyReader &in, ResultSetWriter *out, int numStats, StatP
         } else {
             if (places->offsets != nullptr) places->offsets[places->count++] = out->totaldatawritten;
             copyStat(in, out);
+            skip(in.bytes, 1);
         }
         next = readU8(in.bytes);
     }
@@ -470,8 +429,10 @@ int parseStatsData(const char *rawData, int rawDataLen, char **resultSetBuffer, 
 {
     ENTRY(2220, "stapi_rix_statcomms.parseStatsData(rawData=%p, *resultSetBuffer=%p, *resultSetBufferLen=%d)\n",
           ptr(rawData), ptr(*resultSetBuffer), *resultSetBufferLen);
-    const ReplyStructure structure = scanReply(rawData, rawDataLen, true);
-    const int rc = parseStatsReply(structure, rawData, rawDataLen, resultSetBuffer, resultSetBufferLen);
+    const ReplyStructure structure = scan(rawData, rawDataLen, true, *resultSetBuffer, *resultSetBufferLen);
+    const int rc = structure.copied
+                       ? STAPI_OK
+                       : parseStatsReply(structure, rawData, rawDataLen, resultSetBuffer, resultSetBufferLen);
     EXIT(2223, "stapi_rix_statcomms.parseStatsData(rawData=%p, *resultSetBuffer=%p, *resultSetBufferLen=%d) rc=%d\n",
          ptr(rawData), ptr(*resultSetBuffer), *resultSetBufferLen, rc);
     return rc;

@@ -1,5 +1,6 @@
-// A quick look over a whole reply: does it hold to the structure of an object stream? Nothing is copied, nothing
-// traced.
+// A quick look over a whole reply: does it hold to the structure of an object stream? Nothing is traced. On the way the
+// result set is copied as far as there is room for it: nearly always that is all, and the scan all that is needed. A
+// buffer that has to grow, statistics that come by reference, fixed skips and tracing are left to the parsers.
 //
 //   reply       flag 0, or flag 1 and number of responses | response ...
 //   response    AC ED 00 05 73 72 | class | 72 | class of no super class | block data | 78
@@ -10,55 +11,119 @@
 //               73 71 00 7E 00 03 | block data | 78                    a later one: the class by reference
 //               71 | handle                                            an earlier one again
 #include "stapi_rix_statcomms_stream.h"
+#include "stapi_rix_resultsetbuffer.h"
 
 namespace rixstats {
 
 constexpr unsigned char STREAM_START[] = {0xAC, 0xED, 0x00, 0x05, TC_OBJECT, TC_CLASSDESC};
-constexpr unsigned char STAT_CLASS[] = {TC_REFERENCE, 0x00, 0x7E, 0x00, 0x03}; // by its handle
+constexpr unsigned char LATER_STAT[] = {TC_OBJECT, TC_REFERENCE, 0x00, 0x7E, 0x00, 0x03};
 constexpr uint8_t SC_WRITE_METHOD = 0x01;
 constexpr uint8_t SC_SERIALIZABLE = 0x02;
 constexpr uint8_t SC_EXTERNALIZABLE = 0x0C; // with block data
+
+// The result set in the making. After the first thing that does not fit there is room for nothing.
+typedef struct _ScanCopy
+{
+    char *cursor;
+    char *end; // of the room for all but the terminator
+    bool whole;
+} ScanCopy;
+
+static ScanCopy startCopy(char *area, int areaSize)
+{
+    const bool whole = areaSize >= static_cast<int>(sizeof RESULT_SET_TERMINATOR);
+    return {area, whole ? area + areaSize - sizeof RESULT_SET_TERMINATOR : area, whole};
+}
+
+static inline bool hasRoom(ScanCopy &copy, size_t size)
+{
+    if (size <= static_cast<size_t>(copy.end - copy.cursor)) return true;
+    copy.end = copy.cursor;
+    copy.whole = false;
+    return false;
+}
+
+static inline void copyBytes(ScanCopy &copy, const void *bytes, size_t size)
+{
+    if (size == 0 || !hasRoom(copy, size)) return;
+    memcpy(copy.cursor, bytes, size);
+    copy.cursor += size;
+}
+
+static inline void copyWord(ScanCopy &copy, uint32_t word)
+{
+    copyBytes(copy, &word, sizeof word);
+}
+
+constexpr size_t SHORT_TEXT = 32;
+
+// A text of the reply that lies there in one piece. A short one is copied with what stands behind it: a fixed size needs
+// no call and no branch on the length, which no processor can foresee. The next write overwrites the surplus.
+static inline void copyText(ScanCopy &copy, const Reader &in, const uint8_t *text, size_t length)
+{
+    copyWord(copy, static_cast<uint32_t>(length));
+    if (length > SHORT_TEXT || static_cast<size_t>(in.end - text) < SHORT_TEXT ||
+        static_cast<size_t>(copy.end - copy.cursor) < SHORT_TEXT)
+    {
+        copyBytes(copy, text, length);
+        return;
+    }
+    memcpy(copy.cursor, text, SHORT_TEXT);
+    copy.cursor += length;
+}
+
+// The terminator, and nothing behind it that a storage dump would show.
+static void endCopy(ScanCopy &copy)
+{
+    memcpy(copy.cursor, &RESULT_SET_TERMINATOR, sizeof RESULT_SET_TERMINATOR);
+    const size_t behind = static_cast<size_t>(copy.end - copy.cursor) + RESULT_SET_SPARE;
+    memset(copy.cursor + sizeof RESULT_SET_TERMINATOR, 0, behind < SHORT_TEXT ? behind : SHORT_TEXT);
+}
 
 static void expectU8(Reader &in, uint8_t expected)
 {
     if (readU8(in) != expected) spoil(in);
 }
 
-static inline void expectBytes(Reader &in, const unsigned char *expected, size_t size)
-{
-    const uint8_t *bytes = take(in, size);
-    if (bytes == nullptr || memcmp(bytes, expected, size) != 0) spoil(in);
-}
-
 // superClass: what has to follow, a description or none.
 static void scanClass(Reader &in, uint8_t superClass)
 {
     skipText(in);                    // a name of more than 32,767 bytes is no class's
-    const uint8_t *p = take(in, 13); // serialVersionUID, flags, no fields, no annotations
+    const uint8_t *p = take(in, 13); // serialVersionUID, flags, fields and annotations, of which there are none
     if (p == nullptr) return;
     const uint8_t flags = p[8];
     const bool known = flags == SC_EXTERNALIZABLE || (flags | SC_WRITE_METHOD) == (SC_SERIALIZABLE | SC_WRITE_METHOD);
     if (!known || p[9] != 0 || p[10] != 0 || p[11] != TC_ENDBLOCKDATA || p[12] != superClass) spoil(in);
 }
 
-static void scanLongText(ReplyReader &in, uint32_t left)
+static void scanLongText(ReplyReader &in, ScanCopy &copy, uint32_t left)
 {
+    copyWord(copy, left);
     while (left > 0 && !in.bytes.bad) {
         const uint32_t piece = nextPiece(in, left);
-        skip(in.bytes, piece);
+        const uint8_t *bytes = take(in.bytes, piece);
+        if (bytes != nullptr) copyBytes(copy, bytes, piece);
         left -= piece;
     }
 }
 
-static inline void scanText(ReplyReader &in)
+static inline void scanText(ReplyReader &in, ScanCopy &copy)
 {
     const uint32_t length = blockU16(in);
     if (length > in.blockLeft) {
-        scanLongText(in, length);
+        scanLongText(in, copy, length);
         return;
     }
     in.blockLeft -= length;
-    skip(in.bytes, length);
+    const uint8_t *text = take(in.bytes, length);
+    if (text != nullptr) copyText(copy, in.bytes, text, length);
+}
+
+static inline uint32_t scanU32(ReplyReader &in, ScanCopy &copy)
+{
+    const uint32_t word = blockU32(in);
+    copyWord(copy, word);
+    return word;
 }
 
 static void endBlockData(ReplyReader &in)
@@ -67,73 +132,157 @@ static void endBlockData(ReplyReader &in)
     expectU8(in.bytes, TC_ENDBLOCKDATA);
 }
 
-static void scanNewStat(ReplyReader &in, bool first)
+// A statistic's own data as nearly all are: one short block that holds them whole, and the end mark. Otherwise the
+// reader stays where it is.
+static inline bool scanShortData(Reader &in, ScanCopy &copy)
 {
-    if (first) {
-        expectU8(in.bytes, TC_CLASSDESC);
-        scanClass(in.bytes, TC_NULL);
-    } else {
-        expectBytes(in.bytes, STAT_CLASS, sizeof STAT_CLASS);
-    }
-    ShortStat stat;
-    if (isShortStat(in.bytes, &stat)) {
-        in.bytes.pos += stat.size;
-        return;
-    }
+    const size_t left = bytesLeft(in);
+    const uint8_t *p = in.pos;
+    if (left < 6 || p[0] != TC_BLOCKDATA) return false;
+    const size_t size = p[1], idLength = static_cast<size_t>(p[2]) << 8 | p[3];
+    if (size + 3 > left || idLength + 4 > size) return false;
+    const uint8_t *value = p + 4 + idLength;
+    const size_t valueLength = static_cast<size_t>(value[0]) << 8 | value[1];
+    if (idLength + valueLength + 4 != size || p[2 + size] != TC_ENDBLOCKDATA) return false;
+    copyText(copy, in, p + 4, idLength);
+    copyText(copy, in, value + 2, valueLength);
+    in.pos += size + 3;
+    return true;
+}
+
+static void scanData(ReplyReader &in, ScanCopy &copy)
+{
+    if (scanShortData(in.bytes, copy)) return;
     openBlock(in);
-    scanText(in);
-    scanText(in);
+    scanText(in, copy);
+    scanText(in, copy);
     endBlockData(in);
 }
 
-static void scanStats(ReplyReader &in, uint32_t numStats, ReplyStructure *structure)
+static bool isLaterStat(const Reader &in)
+{
+    return bytesLeft(in) >= sizeof LATER_STAT && memcmp(in.pos, LATER_STAT, sizeof LATER_STAT) == 0;
+}
+
+// Later statistics with short data, as many as there are, at most `most`. Their number is the result. They are read
+// through copies of the reader and the cursor, which the compiler keeps in registers.
+static uint32_t scanShortStats(Reader &in, ScanCopy &copy, uint32_t most)
+{
+    Reader ahead = in;
+    ScanCopy copyAhead = copy;
+    uint32_t count = 0;
+    while (count < most && isLaterStat(ahead)) {
+        ahead.pos += sizeof LATER_STAT;
+        if (!scanShortData(ahead, copyAhead)) break;
+        in.pos = ahead.pos;
+        count++;
+    }
+    copy = copyAhead;
+    return count;
+}
+
+static void scanFirstStat(ReplyReader &in, ScanCopy &copy)
+{
+    expectU8(in.bytes, TC_OBJECT);
+    expectU8(in.bytes, TC_CLASSDESC);
+    scanClass(in.bytes, TC_NULL);
+    scanData(in, copy);
+}
+
+static void scanReference(Reader &in, ScanCopy &copy, uint32_t objects)
+{
+    expectU8(in, TC_REFERENCE);
+    if (readU32(in) - FIRST_STAT_HANDLE >= objects) spoil(in);
+    copy.whole = false; // what it stands for is the parser's to find
+}
+
+static void scanStats(ReplyReader &in, ScanCopy &copy, uint32_t numStats, ReplyStructure *structure)
 {
     if (in.blockLeft != 0) spoil(in.bytes);
     uint32_t objects = 0;
     for (uint32_t j = 0; j < numStats && !in.bytes.bad; j++) {
-        const uint8_t type = readU8(in.bytes);
-        if (type == TC_OBJECT) {
-            scanNewStat(in, objects == 0);
+        if (objects == 0) {
+            scanFirstStat(in, copy);
+            objects++;
+        } else if (const uint32_t count = scanShortStats(in.bytes, copy, numStats - j)) {
+            objects += count;
+            j += count - 1;
+        } else if (isLaterStat(in.bytes)) {
+            skip(in.bytes, sizeof LATER_STAT);
+            scanData(in, copy);
             objects++;
         } else {
+            scanReference(in.bytes, copy, objects);
             structure->references = true;
-            if (type != TC_REFERENCE || readU32(in.bytes) - FIRST_STAT_HANDLE >= objects) spoil(in.bytes);
         }
     }
     expectU8(in.bytes, TC_ENDBLOCKDATA);
 }
 
-static void scanResponse(ReplyReader &in, bool ofStatistics, ReplyStructure *structure)
+// The identifiers that lie whole in the present block, at most `most`. Their number is the result.
+static uint32_t scanWholeIds(ReplyReader &in, ScanCopy &copy, uint32_t most)
 {
-    expectBytes(in.bytes, STREAM_START, sizeof STREAM_START);
-    scanClass(in.bytes, TC_CLASSDESC);
-    scanClass(in.bytes, TC_NULL);
-    openBlock(in);
-    scanText(in);
-    if (static_cast<int32_t>(blockU32(in)) < 0) {
-        endBlockData(in);
-        return;
+    Reader ahead = in.bytes;
+    ScanCopy copyAhead = copy;
+    const uint8_t *blockEnd = in.bytes.pos + in.blockLeft;
+    uint32_t count = 0;
+    for (; count < most && blockEnd - ahead.pos >= 2; count++) {
+        const size_t length = static_cast<size_t>(ahead.pos[0]) << 8 | ahead.pos[1];
+        if (length + 2 > static_cast<size_t>(blockEnd - ahead.pos)) break;
+        copyText(copyAhead, ahead, ahead.pos + 2, length);
+        ahead.pos += length + 2;
     }
-    const uint32_t count = blockU32(in);
-    if (ofStatistics) {
-        scanStats(in, count, structure);
-        return;
+    copy = copyAhead;
+    in.blockLeft = static_cast<uint32_t>(blockEnd - ahead.pos);
+    in.bytes.pos = ahead.pos;
+    return count;
+}
+
+static void scanIds(ReplyReader &in, ScanCopy &copy, uint32_t numIds)
+{
+    for (uint32_t j = 0; j < numIds && !in.bytes.bad;) {
+        j += scanWholeIds(in, copy, numIds - j);
+        if (j == numIds) break;
+        scanText(in, copy);
+        j++;
     }
-    for (uint32_t j = 0; j < count && !in.bytes.bad; j++)
-        scanText(in);
     endBlockData(in);
 }
 
-ReplyStructure scanReply(const char *rawData, int rawDataLen, bool ofStatistics)
+static void scanResponse(ReplyReader &in, ScanCopy &copy, bool ofStatistics, ReplyStructure *structure)
 {
-    ReplyStructure structure = {false, false};
+    const uint8_t *start = take(in.bytes, sizeof STREAM_START);
+    if (start == nullptr || memcmp(start, STREAM_START, sizeof STREAM_START) != 0) spoil(in.bytes);
+    scanClass(in.bytes, TC_CLASSDESC);
+    scanClass(in.bytes, TC_NULL);
+    openBlock(in);
+    scanText(in, copy);
+    if (static_cast<int32_t>(scanU32(in, copy)) < 0) {
+        endBlockData(in);
+        return;
+    }
+    const uint32_t count = scanU32(in, copy);
+    if (ofStatistics)
+        scanStats(in, copy, count, structure);
+    else
+        scanIds(in, copy, count);
+}
+
+ReplyStructure scanReply(const char *rawData, int rawDataLen, bool ofStatistics, char *area, int areaSize)
+{
+    ReplyStructure structure = {false, false, false};
     ReplyReader in = replyReaderOf(rawData, rawDataLen, true);
+    ScanCopy copy = startCopy(area, areaSize);
     const uint8_t arrayFlag = readU8(in.bytes);
     if (arrayFlag > 1) return structure;
     const uint32_t numResponses = arrayFlag == 1 ? readU32(in.bytes) : 1;
+    copyBytes(copy, ofStatistics ? STAT_SET_EYECATCHER : ID_SET_EYECATCHER, EYECATCHER_SIZE);
+    copyWord(copy, numResponses);
     for (uint32_t i = 0; i < numResponses && !in.bytes.bad; i++)
-        scanResponse(in, ofStatistics, &structure);
+        scanResponse(in, copy, ofStatistics, &structure);
     structure.holds = !in.bytes.bad && bytesLeft(in.bytes) == 0;
+    structure.copied = structure.holds && copy.whole;
+    if (structure.copied) endCopy(copy);
     return structure;
 }
 

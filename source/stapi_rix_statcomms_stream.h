@@ -38,39 +38,17 @@ inline ReplyReader replyReaderOf(const char *rawData, int rawDataLen, bool byStr
     return {readerOf(rawData, rawDataLen), byStructure, byStructure ? 0 : ENDLESS_BLOCK};
 }
 
-// A statistic's own data as nearly all are: in one short block that holds them whole. Worth a look of its own: the
-// scan of a long reply takes half the time, the copying a third.
-typedef struct _ShortStat
-{
-    Block id, value;
-    size_t size; // of the block with its header, and of the end mark
-} ShortStat;
-
-// The reader stays where it is.
-inline bool isShortStat(const Reader &in, ShortStat *stat)
-{
-    const size_t left = bytesLeft(in);
-    const uint8_t *p = in.pos;
-    if (left < 6 || p[0] != TC_BLOCKDATA) return false;
-    const size_t size = p[1], idLength = static_cast<size_t>(p[2]) << 8 | p[3];
-    if (size + 3 > left || idLength + 4 > size) return false;
-    const uint8_t *value = p + 4 + idLength;
-    const size_t valueLength = static_cast<size_t>(value[0]) << 8 | value[1];
-    if (idLength + valueLength + 4 != size || p[2 + size] != TC_ENDBLOCKDATA) return false;
-    stat->id = {reinterpret_cast<const char *>(p) + 4, static_cast<int>(idLength)};
-    stat->value = {reinterpret_cast<const char *>(value) + 2, static_cast<int>(valueLength)};
-    stat->size = size + 3;
-    return true;
-}
-
 // What a scan found out about a reply.
 typedef struct _ReplyStructure
 {
     bool holds;      // in every respect, to the last byte
     bool references; // a statistic comes by reference to an earlier one
+    bool copied;     // the result set is in the area already, as the parsers would have written it
 } ReplyStructure;
 
-ReplyStructure scanReply(const char *rawData, int rawDataLen, bool ofStatistics);
+// area: of areaSize bytes, and the spare ones behind them, for the result set of a reply that holds to the structure. It
+// is copied on the way. With an areaSize of 0 nothing is.
+ReplyStructure scanReply(const char *rawData, int rawDataLen, bool ofStatistics, char *area, int areaSize);
 
 // The parsers with the way of reading given: parseIdsData() and parseStatsData() choose it by a scan.
 int parseIdsReply(ReplyStructure structure, const char *rawData, int rawDataLen, char **resultSetBuffer,

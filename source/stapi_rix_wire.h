@@ -124,23 +124,6 @@ inline Block readBlock(Reader &reader, int length)
     return {reinterpret_cast<const char *>(bytes), bytes != nullptr ? length : 0};
 }
 
-// memcpy() for what is nearly always short: a call costs more than the copying.
-inline void copyShort(char *to, const char *from, size_t length)
-{
-    if (length >= 16 && length <= 32) {
-        memcpy(to, from, 16);
-        memcpy(to + length - 16, from + length - 16, 16);
-    } else if (length >= 8 && length < 16) {
-        memcpy(to, from, 8);
-        memcpy(to + length - 8, from + length - 8, 8);
-    } else if (length >= 4 && length < 8) {
-        memcpy(to, from, 4);
-        memcpy(to + length - 4, from + length - 4, 4);
-    } else {
-        memcpy(to, from, length);
-    }
-}
-
 inline void skipText(Reader &reader)
 {
     readBlock(reader, readLength(reader));
