@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 
 namespace rixstats {
 
@@ -48,16 +49,23 @@ static AreaHead *newArea(size_t size)
 {
     const size_t all = sizeof(AreaHead) + size;
     if (all < size) return nullptr;
-    AreaHead *area = static_cast<AreaHead *>(size < LEAST_KEPT_SIZE ? calloc(1, all) : malloc(all));
+    AreaHead *area = static_cast<AreaHead *>(malloc(all));
     if (area != nullptr) area->size = size;
     return area;
 }
 
-char *newFlowArea(size_t size)
+char *newReplyArea(size_t size)
 {
     AreaHead *area = canBeKept(size) ? takeKept(size) : nullptr;
     if (area == nullptr) area = newArea(roundedSize(size));
     return area != nullptr ? reinterpret_cast<char *>(area + 1) : nullptr;
+}
+
+char *newRequestArea(size_t size)
+{
+    char *area = newReplyArea(size);
+    if (area != nullptr) memset(area, 0, size);
+    return area;
 }
 
 // The latest area pushes the others on; the oldest drops out.

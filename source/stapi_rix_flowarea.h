@@ -14,8 +14,10 @@ constexpr int KEPT_AREAS = 4;
 constexpr size_t LEAST_KEPT_SIZE = 64 << 10; // shorter ones are malloc()'s own business
 constexpr size_t MOST_KEPT_SIZE = 4 << 20;
 
-// Null if there is no memory. Areas too short to be kept, as all requests are, are zeroed.
-char *newFlowArea(size_t size);
+// Null if there is no memory. That of a request is zeroed, so that it can hold nothing of the process but what is
+// written.
+char *newReplyArea(size_t size);
+char *newRequestArea(size_t size);
 
 // Takes null too.
 void freeFlowArea(char *area);

@@ -162,7 +162,7 @@ static int readReplyHeader(int socketDesc, const char *requestName, GatewayReque
 static int readReplyBody(int socketDesc, char **data, GatewayRequest *header, ReasonCodes *reasons)
 {
     freeFlowArea(*data);
-    *data = newFlowArea(static_cast<size_t>(header->datalength));
+    *data = newReplyArea(static_cast<size_t>(header->datalength));
     if (*data == nullptr) {
         EXC(3236, "stapi_rix_socketcomms.flow Failed to allocate %d bytes.\n", header->datalength);
         return STAPI_NO_MEMORY;

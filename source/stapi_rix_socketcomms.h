@@ -80,7 +80,8 @@ typedef struct _AdminRequest
     const char *invokeParms;
     const char *invokeSigs;
     char exceptionFlag;
-    char *callData; // of a successful reply: header.datalength bytes, a flow area, the caller's to free
+    char *callData;     // of a successful reply: header.datalength bytes, the caller's to free by freeCallData()
+    char *callDataArea; // in which they stand
 } AdminRequest;
 
 // A header for a new request: this library's eyecatcher and version, all else zero.
@@ -115,6 +116,7 @@ int flowCloseRequest(int socketDesc, ReasonCodes *reasons);
 int flowAuthRequest(int socketDesc, AuthRequest *request, ReasonCodes *reasons);
 // Besides the flow results: FLOW_ADMIN_REFUSED if the gateway refused the call or the bean raised an exception.
 int flowAdminRequest(int socketDesc, AdminRequest *request, ReasonCodes *reasons);
+void freeCallData(AdminRequest *request); // there may be none
 
 } // namespace rixstats
 

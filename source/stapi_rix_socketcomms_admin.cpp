@@ -40,10 +40,23 @@ static void writeAdminRequest(const AdminRequest *request, Writer &out)
     }
 }
 
-static int copyCallData(Reader in, AdminRequest *request)
+// The call data stay where they are, in the reply, which the record takes over; only who traces is told of a copy, and
+// gets one.
+static bool takeCallDataOver(char **data, int size, AdminRequest *request)
+{
+    if (traceOn(Line::exc)) return false;
+    request->callDataArea = *data;
+    request->callData = *data + ADMIN_REPLY_HEAD_SIZE;
+    request->header.datalength = size;
+    *data = nullptr;
+    return true;
+}
+
+static int keepCallData(Reader in, char **data, AdminRequest *request)
 {
     const int size = request->header.datalength - ADMIN_REPLY_HEAD_SIZE;
-    request->callData = newFlowArea(size > 0 ? static_cast<size_t>(size) : 1);
+    if (takeCallDataOver(data, size, request)) return STAPI_OK;
+    request->callDataArea = request->callData = newReplyArea(size > 0 ? static_cast<size_t>(size) : 1);
     DEBUG(3203, "stapi_rix_socketcomms.flowAdminRequest Called malloc for %d bytes. rc=%p\n", size,
           ptr(request->callData));
     if (request->callData == nullptr) {
@@ -55,8 +68,10 @@ static int copyCallData(Reader in, AdminRequest *request)
     return STAPI_OK;
 }
 
-static int readAdminReply(Reader in, AdminRequest *request, ReasonCodes *reasons)
+// *data: the reply's area, null afterwards if the record took it over.
+static int readAdminReply(char **data, AdminRequest *request, ReasonCodes *reasons)
 {
+    Reader in = replyBody(*data, &request->header);
     request->callType = readI32(in);
     request->adminRc = readI32(in);
     if (in.bad) return STAPI_GATEWAY_EXCHANGE_FAILED;
@@ -77,13 +92,13 @@ static int readAdminReply(Reader in, AdminRequest *request, ReasonCodes *reasons
         EXC(3205, "stapi_rix_socketcomms.flowAdminRequest Exception occured during request execution\n");
         return FLOW_ADMIN_REFUSED;
     }
-    return copyCallData(in, request);
+    return keepCallData(in, data, request);
 }
 
 static int exchangeAdmin(int socketDesc, AdminRequest *request, ReasonCodes *reasons)
 {
     const int requestSize = request->header.datalength + request->header.requestTypeLength + FLOW_HEADER_SIZE;
-    char *data = newFlowArea(static_cast<size_t>(requestSize));
+    char *data = newRequestArea(static_cast<size_t>(requestSize));
     DEBUG(3201, "stapi_rix_socketcomms.flowAdminRequest Called malloc for %d bytes. rc=%p\n", requestSize, ptr(data));
     if (data == nullptr) {
         EXC(3202, "stapi_rix_socketcomms.flowAdminRequestFailed to allocate %d bytes.\n", requestSize);
@@ -92,12 +107,18 @@ static int exchangeAdmin(int socketDesc, AdminRequest *request, ReasonCodes *rea
     Writer out = writerOf(data, static_cast<size_t>(requestSize));
     writeAdminRequest(request, out);
     int rc = flow(socketDesc, requestSize, &data, request->header.requestType, &request->header, reasons);
-    if (rc == 0) rc = readAdminReply(replyBody(data, &request->header), request, reasons);
+    if (rc == 0) rc = readAdminReply(&data, request, reasons);
     if (data != nullptr) {
         DEBUG(3207, "stapi_rix_socketcomms.flowAdminRequest Free request data %p\n", ptr(data));
         freeFlowArea(data);
     }
     return rc;
+}
+
+void freeCallData(AdminRequest *request)
+{
+    freeFlowArea(request->callDataArea);
+    request->callDataArea = request->callData = nullptr;
 }
 
 int flowAdminRequest(int socketDesc, AdminRequest *request, ReasonCodes *reasons)

@@ -32,7 +32,7 @@ static int exchangeBase(const BaseFlow &base, int socketDesc, ReasonCodes *reaso
     GatewayRequest header = newRequestHeader(base.flowType, "BASE", base.bodyLength);
     header.messageId = base.messageId;
     const int requestSize = base.bodyLength + header.requestTypeLength + FLOW_HEADER_SIZE;
-    char *data = newFlowArea(static_cast<size_t>(requestSize));
+    char *data = newRequestArea(static_cast<size_t>(requestSize));
     if (data == nullptr) {
         EXC(base.noMemoryPoint, "stapi_rix_socketcomms.%sFailed to allocate %d bytes.\n", base.name, requestSize);
         return STAPI_NO_MEMORY;
@@ -99,7 +99,7 @@ static int readAuthReply(Reader in, AuthRequest *request, ReasonCodes *reasons)
 static int exchangeAuth(int socketDesc, AuthRequest *request, ReasonCodes *reasons)
 {
     const int requestSize = request->header.datalength + request->header.requestTypeLength + FLOW_HEADER_SIZE;
-    char *data = newFlowArea(static_cast<size_t>(requestSize));
+    char *data = newRequestArea(static_cast<size_t>(requestSize));
     if (data == nullptr) {
         EXC(3211, "stapi_rix_socketcomms.flowAuthRequestFailed to allocate %d bytes.\n", requestSize);
         return STAPI_NO_MEMORY;

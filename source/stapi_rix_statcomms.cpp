@@ -3,7 +3,6 @@
 #include "stapi_rix_statcomms.h"
 
 #include "stapi_rix_diag.h"
-#include "stapi_rix_flowarea.h"
 
 #include <cstring>
 
@@ -60,8 +59,7 @@ static void prepareCall(AdminRequest *request, int32_t callType)
     request->header.gatewayRc = 0;
     request->header.requestType = ADMIN_REQUEST_NAME;
     request->callType = callType;
-    freeFlowArea(request->callData); // of a reply that did not answer an initial request
-    request->callData = nullptr;
+    freeCallData(request); // of a reply that did not answer an initial request
     request->adminRc = 0;
     request->clientCountry = ADMIN_CLIENT_COUNTRY;
     request->clientLanguage = ADMIN_CLIENT_LANGUAGE;
@@ -113,7 +111,7 @@ static int fetchProtocolVersion(Internal_GatewayToken_t *gwTokPtr, ReasonCodes *
     }
     if (admin.callData != nullptr) {
         DEBUG(2242, "stapi_rix_statcomms.statProtocolVer Free request callData %p\n", ptr(admin.callData));
-        freeFlowArea(admin.callData);
+        freeCallData(&admin);
     }
     return rc;
 }
@@ -155,7 +153,7 @@ static int invoke(int socketDesc, const char *queryType, const char *queryString
     if (rc == 0) rc = parseReply(&request, buffer, bufferLen);
     if (request.callData != nullptr) {
         DEBUG(2212, "stapi_rix_statcomms.statCommsString Free request callData %p\n", ptr(request.callData));
-        freeFlowArea(request.callData);
+        freeCallData(&request);
     }
     return rc;
 }

@@ -96,6 +96,32 @@ static void scanClass(Reader &in, uint8_t superClass)
     if (!known || p[9] != 0 || p[10] != 0 || p[11] != TC_ENDBLOCKDATA || p[12] != superClass) spoil(in);
 }
 
+// Class descriptions that were found good: each response of a reply has them again, byte for byte.
+typedef struct _SeenBytes
+{
+    const uint8_t *bytes;
+    size_t size;
+} SeenBytes;
+
+static inline bool skipSeen(Reader &in, const SeenBytes &seen)
+{
+    if (seen.size == 0 || seen.size > bytesLeft(in) || memcmp(in.pos, seen.bytes, seen.size) != 0) return false;
+    in.pos += seen.size;
+    return true;
+}
+
+static inline SeenBytes seenSince(const uint8_t *start, const Reader &in)
+{
+    return {start, in.bad ? 0 : static_cast<size_t>(in.pos - start)};
+}
+
+// What a scan has met so far.
+typedef struct _Met
+{
+    SeenBytes responseClasses, statClass;
+    bool references;
+} Met;
+
 static void scanLongText(ReplyReader &in, ScanCopy &copy, uint32_t left)
 {
     copyWord(copy, left);
@@ -181,11 +207,15 @@ static uint32_t scanShortStats(Reader &in, ScanCopy &copy, uint32_t most)
     return count;
 }
 
-static void scanFirstStat(ReplyReader &in, ScanCopy &copy)
+static void scanFirstStat(ReplyReader &in, ScanCopy &copy, Met *met)
 {
-    expectU8(in.bytes, TC_OBJECT);
-    expectU8(in.bytes, TC_CLASSDESC);
-    scanClass(in.bytes, TC_NULL);
+    if (!skipSeen(in.bytes, met->statClass)) {
+        const uint8_t *start = in.bytes.pos;
+        expectU8(in.bytes, TC_OBJECT);
+        expectU8(in.bytes, TC_CLASSDESC);
+        scanClass(in.bytes, TC_NULL);
+        met->statClass = seenSince(start, in.bytes);
+    }
     scanData(in, copy);
 }
 
@@ -196,13 +226,13 @@ static void scanReference(Reader &in, ScanCopy &copy, uint32_t objects)
     copy.whole = false; // what it stands for is the parser's to find
 }
 
-static void scanStats(ReplyReader &in, ScanCopy &copy, uint32_t numStats, ReplyStructure *structure)
+static void scanStats(ReplyReader &in, ScanCopy &copy, uint32_t numStats, Met *met)
 {
     if (in.blockLeft != 0) spoil(in.bytes);
     uint32_t objects = 0;
     for (uint32_t j = 0; j < numStats && !in.bytes.bad; j++) {
         if (objects == 0) {
-            scanFirstStat(in, copy);
+            scanFirstStat(in, copy, met);
             objects++;
         } else if (const uint32_t count = scanShortStats(in.bytes, copy, numStats - j)) {
             objects += count;
@@ -213,7 +243,7 @@ static void scanStats(ReplyReader &in, ScanCopy &copy, uint32_t numStats, ReplyS
             objects++;
         } else {
             scanReference(in.bytes, copy, objects);
-            structure->references = true;
+            met->references = true;
         }
     }
     expectU8(in.bytes, TC_ENDBLOCKDATA);
@@ -249,21 +279,56 @@ static void scanIds(ReplyReader &in, ScanCopy &copy, uint32_t numIds)
     endBlockData(in);
 }
 
-static void scanResponse(ReplyReader &in, ScanCopy &copy, bool ofStatistics, ReplyStructure *structure)
+static void scanResponseClasses(Reader &in, Met *met)
 {
-    const uint8_t *start = take(in.bytes, sizeof STREAM_START);
-    if (start == nullptr || memcmp(start, STREAM_START, sizeof STREAM_START) != 0) spoil(in.bytes);
-    scanClass(in.bytes, TC_CLASSDESC);
-    scanClass(in.bytes, TC_NULL);
+    if (skipSeen(in, met->responseClasses)) return;
+    const uint8_t *start = take(in, sizeof STREAM_START);
+    if (start == nullptr || memcmp(start, STREAM_START, sizeof STREAM_START) != 0) spoil(in);
+    scanClass(in, TC_CLASSDESC);
+    scanClass(in, TC_NULL);
+    met->responseClasses = seenSince(start, in);
+}
+
+static inline uint32_t wordOf(const uint8_t *p)
+{
+    return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | uint32_t{p[3]};
+}
+
+// What stands before the statistics of a response that has some, as nearly always: one short block. Otherwise the
+// reader stays where it is.
+static inline bool scanShortHead(Reader &in, ScanCopy &copy, uint32_t *count)
+{
+    const uint8_t *p = in.pos;
+    if (bytesLeft(in) < 12 || p[0] != TC_BLOCKDATA) return false;
+    const size_t size = p[1], textLength = static_cast<size_t>(p[2]) << 8 | p[3];
+    if (size != textLength + 10 || size + 2 > bytesLeft(in)) return false;
+    const uint8_t *words = p + 4 + textLength;
+    if (static_cast<int32_t>(wordOf(words)) < 0) return false;
+    *count = wordOf(words + 4);
+    copyText(copy, in, p + 4, textLength);
+    copyWord(copy, wordOf(words));
+    copyWord(copy, *count);
+    in.pos += size + 2;
+    return true;
+}
+
+static void scanResponse(ReplyReader &in, ScanCopy &copy, bool ofStatistics, Met *met)
+{
+    uint32_t count = 0;
+    scanResponseClasses(in.bytes, met);
+    if (ofStatistics && scanShortHead(in.bytes, copy, &count)) {
+        scanStats(in, copy, count, met);
+        return;
+    }
     openBlock(in);
     scanText(in, copy);
     if (static_cast<int32_t>(scanU32(in, copy)) < 0) {
         endBlockData(in);
         return;
     }
-    const uint32_t count = scanU32(in, copy);
+    count = scanU32(in, copy);
     if (ofStatistics)
-        scanStats(in, copy, count, structure);
+        scanStats(in, copy, count, met);
     else
         scanIds(in, copy, count);
 }
@@ -273,14 +338,16 @@ ReplyStructure scanReply(const char *rawData, int rawDataLen, bool ofStatistics,
     ReplyStructure structure = {false, false, false};
     ReplyReader in = replyReaderOf(rawData, rawDataLen, true);
     ScanCopy copy = startCopy(area, areaSize);
+    Met met = {};
     const uint8_t arrayFlag = readU8(in.bytes);
     if (arrayFlag > 1) return structure;
     const uint32_t numResponses = arrayFlag == 1 ? readU32(in.bytes) : 1;
     copyBytes(copy, ofStatistics ? STAT_SET_EYECATCHER : ID_SET_EYECATCHER, EYECATCHER_SIZE);
     copyWord(copy, numResponses);
     for (uint32_t i = 0; i < numResponses && !in.bytes.bad; i++)
-        scanResponse(in, copy, ofStatistics, &structure);
+        scanResponse(in, copy, ofStatistics, &met);
     structure.holds = !in.bytes.bad && bytesLeft(in.bytes) == 0;
+    structure.references = met.references;
     structure.copied = structure.holds && copy.whole;
     if (structure.copied) endCopy(copy);
     return structure;
