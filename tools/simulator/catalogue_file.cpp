@@ -17,13 +17,9 @@
 // SECONDS more than 0, LOW at most HIGH.
 #include "catalogue_file.h"
 
+#include "text_line.h"
 #include "wire.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <charconv>
-#include <cmath>
-#include <cstring>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -36,87 +32,49 @@ namespace rixgwsim {
 
 namespace {
 
-constexpr std::string_view kBlanks = " \t\r";
+constexpr double kLeastSeconds = 0.001;
 constexpr double kLargestNumber = 1e12;
 
-// One line, taken apart word by word from the left.
-class Line
+double seconds(TextLine &line)
 {
-public:
-    explicit Line(std::string_view text) : rest(text) { skipBlanks(); }
+    return line.number("SECONDS", kLeastSeconds, kLargestNumber);
+}
 
-    bool atEnd() const { return rest.empty(); }
+double rate(TextLine &line)
+{
+    return line.number("RATE", 0, kLargestNumber);
+}
 
-    std::string word(const char *what)
-    {
-        const std::size_t length = std::min(rest.find_first_of(kBlanks), rest.size());
-        if (length == 0) throw std::runtime_error(std::string(what) + " is missing");
-        std::string taken(rest.substr(0, length));
-        rest.remove_prefix(length);
-        skipBlanks();
-        return taken;
-    }
-
-    std::string name(const char *what)
-    {
-        std::string taken = word(what);
-        if (taken.find(':') != std::string::npos)
-            throw std::runtime_error(std::string(what) + " '" + taken + "' holds a colon");
-        return taken;
-    }
-
-    double number(const char *what, double least)
-    {
-        const std::string taken = word(what);
-        double value = 0;
-        const char *end = taken.data() + taken.size();
-        const auto [stop, error] = std::from_chars(taken.data(), end, value);
-        if (error != std::errc() || stop != end || !std::isfinite(value))
-            throw std::runtime_error(std::string(what) + " '" + taken + "' is not a number");
-        if (value < least || value > kLargestNumber)
-            throw std::runtime_error(std::string(what) + " " + taken + " is out of range");
-        return value;
-    }
-
-    double seconds() { return number("SECONDS", 0.001); }
-
-    std::string remainder(const char *what)
-    {
-        if (atEnd()) throw std::runtime_error(std::string(what) + " is missing");
-        std::string taken(rest.substr(0, rest.find_last_not_of(kBlanks) + 1));
-        rest = {};
-        return taken;
-    }
-
-    std::string_view ahead() const { return rest; }
-
-private:
-    void skipBlanks() { rest.remove_prefix(std::min(rest.find_first_not_of(kBlanks), rest.size())); }
-
-    std::string_view rest;
-};
+// The identifiers of a query are parted by colons.
+std::string name(TextLine &line, const char *what)
+{
+    std::string taken = line.word(what);
+    if (taken.find(':') != std::string::npos)
+        throw std::runtime_error(std::string(what) + " '" + taken + "' holds a colon");
+    return taken;
+}
 
 // Digits after the point of the number that comes next.
-int decimalsAhead(const Line &line)
+int decimalsAhead(const TextLine &line)
 {
-    const std::string_view word = line.ahead().substr(0, line.ahead().find_first_of(kBlanks));
+    const std::string_view word = line.nextWord();
     const std::size_t point = word.find('.');
     return point == std::string_view::npos ? 0 : static_cast<int>(word.size() - point - 1);
 }
 
-void readGauge(Line &line, Statistic &gauge)
+void readGauge(TextLine &line, Statistic &gauge)
 {
     gauge.kind = StatisticKind::gauge;
     gauge.decimals = decimalsAhead(line);
-    gauge.low = line.number("LOW", -kLargestNumber);
-    gauge.high = line.number("HIGH", -kLargestNumber);
+    gauge.low = line.number("LOW", -kLargestNumber, kLargestNumber);
+    gauge.high = line.number("HIGH", -kLargestNumber, kLargestNumber);
     if (gauge.high < gauge.low) throw std::runtime_error("HIGH is less than LOW");
-    gauge.period = line.seconds();
+    gauge.period = seconds(line);
 }
 
-void readLong(Line &line, Statistic &text)
+void readLong(TextLine &line, Statistic &text)
 {
-    const double count = line.number("COUNT", 1);
+    const double count = line.number("COUNT", 1, kLargestNumber);
     const std::string piece = line.remainder("TEXT");
     if (count * static_cast<double>(piece.size()) > kLongestText)
         throw std::runtime_error("the value is longer than " + std::to_string(kLongestText) + " bytes");
@@ -125,35 +83,35 @@ void readLong(Line &line, Statistic &text)
         text.texts[0] += piece;
 }
 
-using Reader = void (*)(Line &, Statistic &);
+using Reader = void (*)(TextLine &, Statistic &);
 
 const std::map<std::string, Reader, std::less<>> &readers()
 {
     static const std::map<std::string, Reader, std::less<>> byWord = {
         {"counter",
-         [](Line &line, Statistic &counter) {
+         [](TextLine &line, Statistic &counter) {
              counter.kind = StatisticKind::counter;
-             counter.rate = line.number("RATE", 0);
+             counter.rate = rate(line);
          }},
         {"gauge", readGauge},
         {"interval",
-         [](Line &line, Statistic &interval) {
+         [](TextLine &line, Statistic &interval) {
              interval.kind = StatisticKind::interval;
-             interval.rate = line.number("RATE", 0);
-             interval.period = line.seconds();
+             interval.rate = rate(line);
+             interval.period = seconds(line);
          }},
         {"state",
-         [](Line &line, Statistic &state) {
+         [](TextLine &line, Statistic &state) {
              state.kind = StatisticKind::state;
-             state.period = line.seconds();
+             state.period = seconds(line);
              do
                  state.texts.push_back(line.word("the first state"));
              while (!line.atEnd());
          }},
-        {"text", [](Line &line, Statistic &text) { text.texts = {line.remainder("TEXT")}; }},
+        {"text", [](TextLine &line, Statistic &text) { text.texts = {line.remainder("TEXT")}; }},
         {"long", readLong},
-        {"started", [](Line &, Statistic &started) { started.kind = StatisticKind::started; }},
-        {"uptime", [](Line &, Statistic &uptime) { uptime.kind = StatisticKind::uptime; }},
+        {"started", [](TextLine &, Statistic &started) { started.kind = StatisticKind::started; }},
+        {"uptime", [](TextLine &, Statistic &uptime) { uptime.kind = StatisticKind::uptime; }},
     };
     return byWord;
 }
@@ -161,20 +119,19 @@ const std::map<std::string, Reader, std::less<>> &readers()
 class CatalogueReader
 {
 public:
-    void take(Line line)
+    void take(TextLine &line)
     {
         const std::string kind = line.word("the kind of entry");
         if (kind == "group")
-            catalogue.groups.push_back({unusedId(line.name("GROUP")), {}});
+            catalogue.groups.push_back({unusedId(name(line, "GROUP")), {}});
         else
             takeStatistic(kind, line);
-        if (!line.atEnd()) throw std::runtime_error("'" + std::string(line.ahead()) + "' is too much");
     }
 
     Catalogue catalogue;
 
 private:
-    void takeStatistic(const std::string &kind, Line &line)
+    void takeStatistic(const std::string &kind, TextLine &line)
     {
         const auto reader = readers().find(kind);
         if (reader == readers().end())
@@ -184,7 +141,7 @@ private:
         if (catalogue.groups.empty()) throw std::runtime_error("a group must come before the first statistic");
         Group &group = catalogue.groups.back();
         Statistic statistic;
-        statistic.id = unusedId(group.id + "_" + line.name("NAME"));
+        statistic.id = unusedId(group.id + "_" + name(line, "NAME"));
         reader->second(line, statistic);
         group.statistics.push_back(statistic);
     }
@@ -205,25 +162,14 @@ private:
 Catalogue readCatalogue(std::istream &text, const std::string &name)
 {
     CatalogueReader reader;
-    std::string content;
-    for (int number = 1; std::getline(text, content); ++number) {
-        const Line line(content);
-        if (line.atEnd() || line.ahead().front() == '#') continue;
-        try {
-            reader.take(line);
-        } catch (const std::runtime_error &error) {
-            throw std::runtime_error(name + ":" + std::to_string(number) + ": " + error.what());
-        }
-    }
-    if (text.bad()) throw std::runtime_error(name + ": cannot be read: " + std::strerror(errno));
+    forEachLine(text, name, [&reader](TextLine &line) { reader.take(line); });
     if (reader.catalogue.groups.empty()) throw std::runtime_error(name + ": there is no group in it");
     return reader.catalogue;
 }
 
 Catalogue loadCatalogue(const std::string &file)
 {
-    std::ifstream text(file);
-    if (!text) throw std::runtime_error(file + ": cannot be opened: " + std::strerror(errno));
+    std::ifstream text = openText(file);
     return readCatalogue(text, file);
 }
 

@@ -77,6 +77,11 @@ const Conversation::FlowRules &Conversation::rules() const
     return kRules[static_cast<std::size_t>(closing ? Step::closed : step)];
 }
 
+Moment Conversation::moment() const
+{
+    return {connection, flowNumber, request.callType == kInvoke ? queryNumber : 0};
+}
+
 std::string Conversation::flowName() const
 {
     return "connection " + std::to_string(connection) + ", flow " + std::to_string(flowNumber) + " (" + rules().name +
@@ -195,6 +200,7 @@ void Conversation::checkInvoke(FieldReader &body)
     request.argument = body.readText("invokeParms");
     body.expectInt("number of signatures", 1);
     body.expectText("invokeSigs", kSignature);
+    ++queryNumber;
 }
 
 Bytes Conversation::answer(const Faults &faults)

@@ -18,6 +18,7 @@ public:
     Conversation(int number, const Options &theOptions, std::function<GatewayTime()> timeOfQuery);
 
     int flow() const { return flowNumber; } // of the request that is being received, or was answered last
+    Moment moment() const;                  // where that stands
 
     void beginRequest();
 
@@ -77,6 +78,7 @@ private:
     const Options &options;
     const std::function<GatewayTime()> queryTime;
     int flowNumber = 0;
+    int queryNumber = 0; // of the latest invoke
     Step step = Step::handshake;
     bool closing = false; // the request at hand is the close request
     Echo echo;

@@ -32,7 +32,17 @@ A catalogue is a text file with one entry a line; # begins a comment:
   uptime   NAME                    seconds since then
 
 Flows of a connection: 1 handshake; 2, 3 authorisation; 4, 5 protocol version;
-6, 7 first query; then two for each query.)";
+6, 7 first query; then two for each query.
+
+A scenario is a text file with one fault a line:
+  [connection WHICH] [flow WHICH | query WHICH] FAULT
+WHICH is a number, as in 3, or several: 3-5, 3- (and all that follow), every 5.
+A query stands for the flow that carries its answer. Faults:
+  drop [BYTES]          close the connection, after so many bytes of the reply
+  delay TIME            reply after 200ms or 2s
+  exception             answer with the exception flag set
+  gateway-rc CODE, admin-rc CODE, auth-rc CODE, piece-size BYTES,
+  reply-size BYTES      as the options of these names)";
 
 // For the unsigned options, whose parser would take -1 for the largest number.
 const CLI::Validator kNotNegative(
@@ -47,6 +57,7 @@ struct Arguments
     std::string clock = "real";
     long long clockStep = 1000;
     std::string catalogueFile;
+    std::string scenarioFile;
     long long delay = 0;
     bool verbose = false;
 };
@@ -102,6 +113,8 @@ void addOptions(CLI::App &app, Arguments &arguments)
         ->capture_default_str();
     app.add_option("--catalogue", arguments.catalogueFile, "File with the groups and statistics to have")
         ->type_name("FILE");
+    app.add_option("--scenario", arguments.scenarioFile, "File that says which flow has which fault")
+        ->type_name("FILE");
     app.add_option("--blocks", options.stream.blockLimit,
                    "Longest block of data in a reply; 1024 is a virtual machine's, 0 sets no limit")
         ->check(kNotNegative)
@@ -126,6 +139,7 @@ void finishOptions(Arguments &arguments)
     options.onProtocolError = complain;
     if (arguments.verbose) options.onFlow = complain;
     if (!arguments.catalogueFile.empty()) options.catalogue = rixgwsim::loadCatalogue(arguments.catalogueFile);
+    if (!arguments.scenarioFile.empty()) options.scenario = rixgwsim::loadScenario(arguments.scenarioFile);
 }
 
 bool announce(const std::string &address, std::uint16_t port)

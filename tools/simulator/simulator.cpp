@@ -46,15 +46,30 @@ private:
     sigset_t before = {};
 };
 
+void checkReplySize(std::size_t size, const StreamStyle &style)
+{
+    if (size < leastReplySize(style))
+        throw std::invalid_argument("no reply has " + std::to_string(size) + " bytes of call data: the smallest has " +
+                                    std::to_string(leastReplySize(style)));
+    if (size > kLargestReply)
+        throw std::invalid_argument("no reply has " + std::to_string(size) + " bytes of call data: the largest has " +
+                                    std::to_string(kLargestReply));
+}
+
 void checkFaults(const Faults &faults, const StreamStyle &style)
 {
-    if (faults.replySize != 0 && faults.replySize < leastReplySize(style))
-        throw std::invalid_argument("no reply has " + std::to_string(faults.replySize) +
-                                    " bytes of call data: the smallest has " + std::to_string(leastReplySize(style)));
-    if (faults.replySize > kLargestReply)
-        throw std::invalid_argument("no reply has " + std::to_string(faults.replySize) +
-                                    " bytes of call data: the largest has " + std::to_string(kLargestReply));
+    if (faults.replySize != 0) checkReplySize(faults.replySize, style);
     if (faults.delay.count() < 0 || faults.pieceGap.count() < 0) throw std::invalid_argument("a delay is negative");
+}
+
+void checkScenario(const Scenario &scenario, const StreamStyle &style)
+{
+    for (const ScenarioRule &rule : scenario.rules) {
+        if (rule.connections.step < 1 || rule.flows.step < 1 || rule.queries.step < 1)
+            throw std::invalid_argument("a step of a scenario is less than 1");
+        if (rule.fault == FaultKind::replySize) checkReplySize(static_cast<std::size_t>(rule.value), style);
+        if (rule.fault == FaultKind::delay && rule.value < 0) throw std::invalid_argument("a delay is negative");
+    }
 }
 
 bool mustDrop(const Faults &faults, int answeredFlows)
@@ -100,6 +115,7 @@ public:
     explicit Server(Options given) : options(std::move(given)), faults(options.faults)
     {
         checkFaults(faults, options.stream);
+        checkScenario(options.scenario, options.stream);
     }
 
     ~Server() { stop(); }
@@ -129,7 +145,7 @@ private:
     void converse(Channel &channel, Conversation &conversation);
     bool receiveRequest(Channel &channel, Conversation &conversation);
     bool sendReply(Channel &channel, const Bytes &reply, int flow, const Faults &now);
-    Faults currentFaults() const;
+    Faults currentFaults(const Moment &moment) const;
     void recordRequest(Request request);
     void reportError(const std::string &text);
     void reportFlow(const std::string &text) const;
@@ -237,9 +253,9 @@ void Simulator::Server::serve(Descriptor socket, int number)
 
 void Simulator::Server::converse(Channel &channel, Conversation &conversation)
 {
-    while (!mustDrop(currentFaults(), conversation.flow()) && !conversation.closed()) {
+    while (!mustDrop(currentFaults(conversation.moment()), conversation.flow()) && !conversation.closed()) {
         if (!receiveRequest(channel, conversation)) return;
-        const Faults now = currentFaults(); // they may have changed while the client was silent
+        const Faults now = currentFaults(conversation.moment()); // they may have changed while the client was silent
         if (mustDrop(now, conversation.flow() - 1)) return;
         const std::string flow = conversation.flowName();
         const Bytes reply = conversation.answer(now);
@@ -284,10 +300,10 @@ bool Simulator::Server::sendReply(Channel &channel, const Bytes &reply, int flow
     return !drop;
 }
 
-Faults Simulator::Server::currentFaults() const
+Faults Simulator::Server::currentFaults(const Moment &moment) const
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    return faults;
+    return faultsAt(moment, faults, options.scenario);
 }
 
 void Simulator::Server::setFaults(const Faults &changed)
