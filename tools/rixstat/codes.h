@@ -1,27 +1,56 @@
-// The library's return codes in words: name, what happened, what to do. One table, so that every command explains a
-// code in the same way.
+// The library's return codes in words: name, what happened, what to do, and the exit status that goes with it. One
+// table, so that every command explains a code in the same way.
 #ifndef RIXSTAT_CODES_H
 #define RIXSTAT_CODES_H
+
+#include "settings.h"
 
 #include <string>
 
 namespace rixstat {
 
+// What kind of failure a code tells of; decides the exit status.
+enum class Cause
+{
+    here,         // on this side: memory, files, a fault of the viewer
+    noConnection, // the gateway could not be reached
+    timeOut,      // no answer in time
+    refused,      // the gateway said no
+    broken        // the connection was lost, or the answer made no sense
+};
+
 // A call of the library that failed. Thrown by what calls the library, reported in one place (main).
 struct Failure
 {
-    std::string step; // what was being done: "asking for values"
+    std::string step; // what was being done: "asking for statistics"
     int code;         // the call's return code
+    Cause cause;
+    std::string detail = {}; // what is known beyond the code: the gateway's own code, the time waited
 };
+
+// A step that has taken longer than --timeout allows.
+Failure timeOut(const std::string &step, int code, const Settings &settings);
+
+// The cause that the code alone speaks for.
+Cause causeOf(int code);
+
+ExitStatus exitStatusOf(Cause cause);
 
 // Throws a Failure unless code is STAPI_OK.
 void require(int code, const std::string &step);
 
 // "host H, port P", as messages begin.
-std::string gatewayName(const std::string &host, int port);
+std::string gatewayName(const Settings &settings);
 
-// The failure in one line, without line end: gateway, step, code, what happened and what to do.
-std::string describe(const Failure &failure, const std::string &host, int port);
+// "STAPI_COMMS_FAILURE (-102)".
+std::string codeName(int code);
+
+// What happened, and what to do about it, each in one clause.
+std::string meaningOf(const Failure &failure);
+std::string remedyOf(const Failure &failure, const Settings &settings);
+
+// The failure in one line, without line end: gateway, step, code and its name, what happened and what to do.
+std::string describe(const Failure &failure, const Settings &settings);
 
 } // namespace rixstat
 

@@ -1,17 +1,21 @@
 #include "command_line.h"
 
 #include "codes.h"
+#include "config.h"
+#include "usage_error.h"
 
 #include <CLI/CLI.hpp>
 #include <rixstats.h>
 
+#include <cstring>
+#include <limits>
+
 namespace rixstat {
 namespace {
 
-constexpr char footer[] = "Exit status: 0 all good; 1 the gateway, an element of the query or the output failed;\n"
-                          "2 the command line cannot be understood.";
-
 const std::string seeHelp = " (see rixstat --help)";
+
+constexpr double longestWait = 24 * 3600;
 
 std::string versionText()
 {
@@ -26,15 +30,45 @@ std::string refuseEmpty(const std::string &text)
     return text.empty() ? "must not be empty" : std::string();
 }
 
-void addOptions(CLI::App &app, Settings &settings)
+// The forms and what else --help has to tell.
+std::string footer()
 {
-    app.add_option("--host", settings.host, "Host name or address of the gateway")
-        ->check(refuseEmpty)
-        ->type_name("HOST")
-        ->capture_default_str();
-    app.add_option("--port", settings.port, "Statistics port of the gateway")
-        ->check(CLI::Range(1, 65535))
-        ->type_name("PORT")
+    std::string text = "Output forms:\n";
+    for (const Form &form : forms())
+        text += "  " + std::string(form.name) + std::string(8 - std::strlen(form.name), ' ') + form.help + "\n";
+    return text + "\n@NAME stands for a gateway of ~/.config/rixstat/config.toml.\n\n"
+                  "Exit status: 0 all good; 1 an element failed, the others are shown (or the output failed);\n"
+                  "2 the command line cannot be understood; 3 could not connect; 4 no answer in time;\n"
+                  "5 refused by the gateway; 6 the exchange broke; 130 interrupted.";
+}
+
+std::string noCommand(const std::string &text)
+{
+    return "there is no command or argument " + text + " here" + seeHelp;
+}
+
+// What the command line says that has to wait for the configuration file.
+struct Parts
+{
+    std::string gateway; // with its @
+    std::string columns; // with commas between
+    CLI::Option *host = nullptr;
+    CLI::Option *port = nullptr;
+};
+
+void addGatewayOptions(CLI::App &app, Settings &settings, Parts &parts)
+{
+    parts.host = app.add_option("--host", settings.host, "Host name or address of the gateway")
+                     ->check(refuseEmpty)
+                     ->type_name("HOST")
+                     ->capture_default_str();
+    parts.port = app.add_option("--port", settings.port, "Statistics port of the gateway")
+                     ->check(CLI::Range(1, 65535))
+                     ->type_name("PORT")
+                     ->capture_default_str();
+    app.add_option("--timeout", settings.timeout, "Longest wait for each answer of the gateway, in seconds")
+        ->check(CLI::Range(0.01, longestWait))
+        ->type_name("SECONDS")
         ->capture_default_str();
     app.add_option("--trace", settings.traceLevel, "Trace level: 0 off, 1 failures ... 4 everything")
         ->check(CLI::Range(0, 5))
@@ -43,7 +77,49 @@ void addOptions(CLI::App &app, Settings &settings)
     app.add_option("--trace-file", settings.traceFile, "Append trace and dumps to FILE instead of standard error")
         ->check(refuseEmpty)
         ->type_name("FILE");
+    app.add_option("GATEWAY", parts.gateway, "@NAME: a gateway of the configuration file")->type_name("");
+}
+
+void addOutputOptions(CLI::App &app, Settings &settings, Parts &parts)
+{
+    std::vector<std::string> names;
+    for (const Form &form : forms())
+        names.emplace_back(form.name);
+    app.add_option("-o,--output", settings.form, "Output form, see below")
+        ->check(CLI::IsMember(names))
+        ->type_name("FORM")
+        ->capture_default_str();
+    app.add_option("--columns", parts.columns, "Columns to show, with commas between")
+        ->check(refuseEmpty)
+        ->type_name("NAME,...");
+    app.add_option("--sort", settings.sort, "Column to sort by; --sort=-NAME for falling order")
+        ->check(refuseEmpty)
+        ->type_name("NAME");
+    app.add_flag("--no-headers", settings.noHeaders, "No header line in tables, CSV and TSV");
     app.set_version_flag("--version", versionText, "Show the versions of rixstat and of the library, and exit");
+}
+
+void addRepeatOptions(CLI::App &parser, const Command &command, CommandLine &line)
+{
+    const int most = std::numeric_limits<int>::max();
+    parser.add_option("-i,--interval", line.settings.interval, "Seconds from one to the next")
+        ->check(CLI::Range(0.01, longestWait))
+        ->type_name("SECONDS")
+        ->default_str(CLI::detail::to_string(command.defaultInterval));
+    parser.add_option("-n,--count", line.settings.count, "How many, then end")
+        ->check(CLI::Range(1, most))
+        ->type_name("COUNT")
+        ->default_str(command.defaultCount > 0 ? std::to_string(command.defaultCount) : "without end");
+}
+
+void addRankOptions(CLI::App &parser, Settings &settings)
+{
+    parser.add_option("--top", settings.top, "Show the first N only, the largest first")
+        ->check(CLI::Range(1, std::numeric_limits<int>::max()))
+        ->type_name("N");
+    parser.add_option("--by", settings.by, "What --top goes by: rate, delta or value (rate unless given)")
+        ->check(CLI::IsMember(std::vector<std::string>{"rate", "delta", "value"}))
+        ->type_name("WHAT");
 }
 
 void addCommands(CLI::App &app, CommandLine &line)
@@ -58,7 +134,38 @@ void addCommands(CLI::App &app, CommandLine &line)
         parser->footer("The options of rixstat (see rixstat --help) can be given here as well.");
         if (command.idsHelp != nullptr)
             parser->add_option("ID", line.settings.ids, command.idsHelp)->check(refuseEmpty)->type_name("");
+        if ((command.options & repeats) != 0) addRepeatOptions(*parser, command, line);
+        if ((command.options & ranks) != 0) addRankOptions(*parser, line.settings);
     }
+}
+
+void applyAddress(const GatewayAddress &address, const Parts &parts, Settings &settings)
+{
+    if (address.host && parts.host->empty()) settings.host = *address.host;
+    if (address.port && parts.port->empty()) settings.port = *address.port;
+}
+
+// The command line goes before the gateway's name, that before the top of the file, that before what is built in.
+void applyConfig(const Parts &parts, Settings &settings)
+{
+    const Config config = readConfig();
+    applyAddress(config.standard, parts, settings);
+    if (parts.gateway.empty()) return;
+    if (parts.gateway[0] != '@') throw UsageError(noCommand(parts.gateway));
+    std::string known;
+    for (const auto &[name, address] : config.gateways) {
+        if (parts.gateway == "@" + name) return applyAddress(address, parts, settings);
+        known += (known.empty() ? "" : ", ") + std::string("@") + name;
+    }
+    throw UsageError("no gateway " + parts.gateway + " in " + config.path +
+                     (known.empty() ? "" : " (there are: " + known + ")"));
+}
+
+void applyDefaults(CommandLine &line)
+{
+    if ((line.command->options & repeats) == 0) return;
+    if (line.settings.interval == 0) line.settings.interval = line.command->defaultInterval;
+    if (line.settings.count == 0) line.settings.count = line.command->defaultCount;
 }
 
 } // namespace
@@ -66,19 +173,23 @@ void addCommands(CLI::App &app, CommandLine &line)
 void parseCommandLine(int argc, char **argv, CommandLine &line)
 {
     CLI::App app("Shows the statistics of a running Vendral Gateway.", "rixstat");
-    app.footer(footer);
-    addOptions(app, line.settings);
+    app.footer(footer());
+    Parts parts;
+    addGatewayOptions(app, line.settings, parts);
+    addOutputOptions(app, line.settings, parts);
     addCommands(app, line);
     try {
         app.parse(argc, argv);
+        applyConfig(parts, line.settings);
+        applyDefaults(line);
+        if (!parts.columns.empty()) line.settings.columns = CLI::detail::split(parts.columns, ',');
     } catch (const CLI::CallForHelp &) {
         line.information = app.help();
     } catch (const CLI::CallForVersion &version) {
         line.information = version.what() + std::string("\n");
     } catch (const CLI::RequiredError &) {
-        const std::vector<std::string> unknown = app.remaining();
-        throw UsageError((unknown.empty() ? "a command is needed" : "unknown command or option: " + unknown.front()) +
-                         seeHelp);
+        if (!parts.gateway.empty() && parts.gateway[0] != '@') throw UsageError(noCommand(parts.gateway));
+        throw UsageError("a command is needed" + seeHelp);
     } catch (const CLI::ParseError &error) {
         throw UsageError(error.what() + seeHelp);
     }

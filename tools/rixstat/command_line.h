@@ -1,10 +1,10 @@
-// The viewer's command line.
+// The viewer's command line, and what the configuration file adds to it.
 #ifndef RIXSTAT_COMMAND_LINE_H
 #define RIXSTAT_COMMAND_LINE_H
 
 #include "commands.h"
+#include "settings.h"
 
-#include <stdexcept>
 #include <string>
 
 namespace rixstat {
@@ -14,12 +14,6 @@ struct CommandLine
     const Command *command = nullptr; // null: only information was asked for
     Settings settings;
     std::string information; // the text of --help or --version
-};
-
-// A command line that cannot be understood; what() says why, in one line.
-struct UsageError : std::runtime_error
-{
-    using std::runtime_error::runtime_error;
 };
 
 // Fills the command line from the program's arguments. Throws UsageError.

@@ -1,67 +1,68 @@
 #include "commands.h"
 
-#include "codes.h"
-#include "output.h"
-#include "query.h"
-#include "table.h"
-
-#include <rixstats.h>
-
 namespace rixstat {
 namespace {
 
-// The file comes first, so that the trace starts there.
-void startTrace(const Settings &settings)
-{
-    if (!settings.traceFile.empty())
-        require(setAPITraceFile(settings.traceFile.c_str()), "opening the trace file " + settings.traceFile);
-    require(setAPITraceLevel(settings.traceLevel), "setting the trace level");
-}
+constexpr char whichStatistics[] = "Statistics or groups, or patterns with * and ?; all if none is given";
 
-// The answer, with the connection already closed: a reader of our output that is slow holds up no gateway.
-Answer fetch(const Settings &settings, Content content)
-{
-    startTrace(settings);
-    Gateway gateway(settings.host, settings.port);
-    return collect(content, gateway.ask(content, settings.ids));
-}
+// table, screen, wide, data, prometheus, name
+const FieldPlan groupsPlan = {{fieldGroup},
+                              {},
+                              {fieldTime, fieldElement, fieldGroup, fieldCode},
+                              {fieldTime, fieldElement, fieldGroup, fieldCode},
+                              {fieldGroup},
+                              fieldGroup};
 
-template <Content content>
-ExitStatus show(const Settings &settings)
-{
-    const Answer answer = fetch(settings, content);
-    print(formatTable(answer));
-    const size_t failed = countFailed(answer);
-    if (failed == 0) return exitGood;
-    complain(gatewayName(settings.host, settings.port) + ": " + std::to_string(failed) +
-             (failed == 1 ? " element" : " elements") +
-             " failed, see the rows marked so; does the gateway have ids of that name (rixstat groups, "
-             "rixstat ids)?");
-    return exitFailed;
-}
+const FieldPlan idsPlan = {{fieldElement, fieldId},
+                           {},
+                           {fieldTime, fieldElement, fieldGroup, fieldId, fieldCode},
+                           {fieldTime, fieldElement, fieldId, fieldCode},
+                           {fieldGroup, fieldId},
+                           fieldId};
 
-ExitStatus dump(const Settings &settings)
-{
-    startTrace(settings);
-    Gateway gateway(settings.host, settings.port);
-    // Before the query, whose result set would else be dumped twice and whose failure would end the connection.
-    require(dumpState(), "dumping the state");
-    require(dumpResultSet(gateway.ask(Content::values, settings.ids)), "dumping the result set");
-    return exitGood;
-}
+const FieldPlan getPlan = {{fieldElement, fieldId, fieldValue},
+                           {},
+                           {fieldTime, fieldElement, fieldGroup, fieldId, fieldCode, fieldValue},
+                           {fieldTime, fieldElement, fieldId, fieldValue, fieldCode},
+                           {fieldGroup, fieldId, fieldValue},
+                           fieldId};
+
+const FieldPlan watchPlan = {
+    {fieldTime, fieldId, fieldValue, fieldChange, fieldRate, fieldNote},
+    {fieldId, fieldValue, fieldChange, fieldRate, fieldTrend},
+    // Where there is no room for all, those at the end go first.
+    {fieldTime, fieldId, fieldValue, fieldChange, fieldRate, fieldTrend, fieldNote, fieldGroup, fieldElement},
+    {fieldTime, fieldElement, fieldId, fieldValue, fieldChange, fieldRate, fieldNote, fieldCode},
+    {fieldGroup, fieldId, fieldValue},
+    fieldId};
+
+const Fields pingFields = {fieldStep, fieldCount, fieldLeast, fieldMean, fieldP99, fieldMost};
+const FieldPlan pingPlan = {pingFields, {}, pingFields, pingFields, pingFields, fieldStep};
+
+const Fields doctorFields = {fieldStep, fieldResult, fieldDuration, fieldDetail};
+const FieldPlan doctorPlan = {doctorFields, {}, doctorFields, doctorFields, doctorFields, fieldStep};
+
+const Fields versionFields = {fieldComponent, fieldVersion};
+const FieldPlan versionPlan = {versionFields, {}, versionFields, versionFields, versionFields, fieldComponent};
 
 } // namespace
 
 const std::vector<Command> &commands()
 {
     static const std::vector<Command> table = {
-        {"groups", "Show the ids of all resource groups", nullptr, show<Content::groups>},
-        {"ids", "Show the ids of statistics", "Groups or statistics whose ids to show; all if none is given",
-         show<Content::ids>},
-        {"get", "Show statistics with their values", "Statistics or groups to show; all if none is given",
-         show<Content::values>},
+        {"groups", "Show the ids of all resource groups", nullptr, &groupsPlan, noOptions, 0, 0, runGroups},
+        {"ids", "Show the ids of statistics", "Groups, or patterns with * and ?; all if none is given", &idsPlan,
+         noOptions, 0, 0, runIds},
+        {"get", "Show statistics with their values", whichStatistics, &getPlan, noOptions, 0, 0, runGet},
+        {"watch", "Show statistics again and again, with change and rate", whichStatistics, &watchPlan, repeats | ranks,
+         0, 2, runWatch},
+        {"ping", "Time connecting and asking", nullptr, &pingPlan, repeats, 10, 0.2, runPing},
+        {"doctor", "Try each step to the first answer, and say what is wrong", nullptr, &doctorPlan, noOptions, 0, 0,
+         runDoctor},
         {"dump", "Write the library's state and the answer to one query, for support, to the trace destination",
-         "Statistics to ask for; all if none is given", dump},
+         whichStatistics, nullptr, noOptions, 0, 0, runDump},
+        {"version", "Show the versions of rixstat and of the library", nullptr, &versionPlan, noOptions, 0, 0,
+         runVersion},
     };
     return table;
 }

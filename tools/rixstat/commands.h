@@ -2,38 +2,43 @@
 #ifndef RIXSTAT_COMMANDS_H
 #define RIXSTAT_COMMANDS_H
 
-#include <string>
+#include "document.h"
+#include "viewer.h"
+
 #include <vector>
 
 namespace rixstat {
 
-// What every command is given.
-struct Settings
+// The options that only some commands have.
+enum CommandOptions : unsigned
 {
-    std::string host = "127.0.0.1";
-    int port = 2980;
-    std::vector<std::string> ids;
-    int traceLevel = 0;
-    std::string traceFile; // empty: standard error
-};
-
-// Exit statuses of the viewer.
-enum ExitStatus
-{
-    exitGood = 0,
-    exitFailed = 1, // a call, an element or the output failed
-    exitUsage = 2
+    noOptions = 0,
+    repeats = 1, // --interval and --count
+    ranks = 2    // --top and --by
 };
 
 struct Command
 {
     const char *name;
     const char *help;
-    const char *idsHelp; // null: the command takes no ids
-    ExitStatus (*run)(const Settings &settings);
+    const char *idsHelp;   // null: the command takes no ids
+    const FieldPlan *plan; // null: the command has no rows
+    unsigned options;
+    int defaultCount;
+    double defaultInterval;
+    ExitStatus (*run)(const Viewer &viewer);
 };
 
 const std::vector<Command> &commands();
+
+ExitStatus runGroups(const Viewer &viewer);
+ExitStatus runIds(const Viewer &viewer);
+ExitStatus runGet(const Viewer &viewer);
+ExitStatus runWatch(const Viewer &viewer);
+ExitStatus runPing(const Viewer &viewer);
+ExitStatus runDoctor(const Viewer &viewer);
+ExitStatus runDump(const Viewer &viewer);
+ExitStatus runVersion(const Viewer &viewer);
 
 } // namespace rixstat
 

@@ -1,28 +1,41 @@
 // rixstat: shows the statistics of a running gateway.
 //
-//     rixstat [--host H] [--port P] groups | ids [ID:...] | get [ID:...] | dump [ID:...]
-//
-// Each concern has its file: the command line (command_line), what a command does (commands), asking the gateway
-// (query), the table (table, text), return codes in words (codes), writing (output).
+// Each concern has its file. The way in: command_line, config, commands (the table of commands). What commands do:
+// show (groups, ids, get, dump, version), watch, ping, doctor. Towards the gateway: session, selection, guard (time
+// limits and signals), trace_tap and reason (why something failed), codes (return codes in words). Towards the user:
+// document (rows and fields), viewer (what all share), write_* (one file for each output form), table, screen, series,
+// number, text, output.
 #include "codes.h"
 #include "command_line.h"
 #include "output.h"
 #include "text.h"
+#include "usage_error.h"
 
+#include <rixstats.h>
+
+#include <clocale>
 #include <exception>
 
 using namespace rixstat;
 
-static ExitStatus run(const CommandLine &line)
+static int run(const CommandLine &line)
 {
-    if (line.command != nullptr) return line.command->run(line.settings);
-    print(line.information);
-    return exitGood;
+    const Settings &settings = line.settings;
+    if (line.command == nullptr) {
+        print(line.information);
+        return exitGood;
+    }
+    Guard guard(std::chrono::duration<double>(settings.timeout), [&](const std::string &step) {
+        complain(describe(timeOut(step, STAPI_COMMS_FAILURE, settings), settings));
+    });
+    TraceTap tap(settings);
+    return line.command->run({line.command->name, line.command->plan, settings, guard, tap});
 }
 
 // Every failure of the viewer ends here, as one line on standard error.
 int main(int argc, char **argv)
 {
+    std::setlocale(LC_CTYPE, "");
     prepareOutput();
     CommandLine line;
     try {
@@ -31,8 +44,11 @@ int main(int argc, char **argv)
     } catch (const UsageError &error) {
         complain(printable(error.what()));
         return exitUsage;
+    } catch (const Interrupted &) {
+        return exitInterrupted;
     } catch (const Failure &failure) {
-        complain(describe(failure, line.settings.host, line.settings.port));
+        complain(describe(failure, line.settings));
+        return exitStatusOf(failure.cause);
     } catch (const std::exception &error) {
         complain(error.what());
     }

@@ -2,12 +2,32 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <fcntl.h>
+#include <poll.h>
 #include <system_error>
 #include <unistd.h>
 
 namespace rixstat {
+namespace {
+
+// The errno of the write that failed, 0 if all was written.
+int writeAll(int descriptor, const std::string &text)
+{
+    for (size_t written = 0; written < text.size();) {
+        const ssize_t count = write(descriptor, text.data() + written, text.size() - written);
+        if (count >= 0) {
+            written += static_cast<size_t>(count);
+        } else if (errno == EAGAIN) { // another program has made the shared terminal non-blocking
+            pollfd ready = {descriptor, POLLOUT, 0};
+            poll(&ready, 1, -1);
+        } else if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+} // namespace
 
 void prepareOutput()
 {
@@ -18,15 +38,17 @@ void prepareOutput()
             open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
 }
 
-void print(const std::string &text)
+bool print(const std::string &text)
 {
-    const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
-    if (!written) throw std::system_error(errno, std::generic_category(), "cannot write to standard output");
+    const int error = writeAll(STDOUT_FILENO, text);
+    if (error == 0) return true;
+    if (error == EPIPE) return false;
+    throw std::system_error(error, std::generic_category(), "cannot write to standard output");
 }
 
 void complain(const std::string &text)
 {
-    std::fprintf(stderr, "rixstat: %s\n", text.c_str());
+    writeAll(STDERR_FILENO, "rixstat: " + text + "\n");
 }
 
 } // namespace rixstat

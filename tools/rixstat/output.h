@@ -11,10 +11,11 @@ namespace rixstat {
 // are opened later, so that a table can never be written into the connection.
 void prepareOutput();
 
-// Writes the text to standard output, at once. Throws std::system_error if any of it could not be written.
-void print(const std::string &text);
+// Writes the whole text to standard output. False if the reader has gone, who wants no more: that is no failure. Throws
+// std::system_error if any of it could not be written for another reason.
+bool print(const std::string &text);
 
-// Writes "rixstat: ", the text and a line end to standard error.
+// Writes "rixstat: ", the text and a line end to standard error, at once.
 void complain(const std::string &text);
 
 } // namespace rixstat

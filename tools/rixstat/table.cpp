@@ -1,9 +1,10 @@
 #include "table.h"
 
+#include "number.h"
 #include "text.h"
 
 #include <algorithm>
-#include <vector>
+#include <optional>
 
 namespace rixstat {
 namespace {
@@ -11,49 +12,33 @@ namespace {
 // Longer cells stand out of their column rather than push all others to the right.
 constexpr size_t widestColumn = 60;
 constexpr size_t widestNumber = 24;
+// On a screen texts are cut to these; numbers are whole, or not there.
+constexpr size_t widestOnScreen = 15;
+constexpr size_t narrowestId = 24;
+
+constexpr size_t between = 2;
+
+// What these fill sooner or later is kept free from the start, so that nothing shifts when they do.
+struct LeastWidth
+{
+    Field field;
+    size_t width;
+};
+
+constexpr LeastWidth leastOnScreen[] = {{fieldValue, 12}, {fieldChange, 9}, {fieldRate, 9}, {fieldTrend, 7}};
+
+size_t leastWidth(Field field)
+{
+    for (const LeastWidth &least : leastOnScreen)
+        if (least.field == field) return least.width;
+    return 0;
+}
 
 constexpr char nothing[] = "-"; // in place of an empty text, which could not be seen
 
-using Row = std::vector<std::string>;
-
-std::string cell(const std::string &text)
+size_t positionOf(const Fields &fields, Field field)
 {
-    return text.empty() ? nothing : printable(text);
-}
-
-Row headerOf(Content content)
-{
-    switch (content) {
-    case Content::groups:
-        return {"GROUP"};
-    case Content::ids:
-        return {"ELEMENT", "STATISTIC"};
-    case Content::values:
-        break;
-    }
-    return {"ELEMENT", "STATISTIC", "VALUE"};
-}
-
-// A failed element names itself and its code, whatever the columns are.
-Row rowOf(Content content, const Item &item)
-{
-    if (item.elementCode < 0) {
-        const std::string failed = "failed: gateway code " + std::to_string(item.elementCode);
-        return content == Content::values ? Row{cell(item.element), nothing, failed} : Row{cell(item.element), failed};
-    }
-    if (content == Content::groups) return {cell(item.id)};
-    if (content == Content::ids) return {cell(item.element), cell(item.id)};
-    return {cell(item.element), cell(item.id), cell(item.value)};
-}
-
-bool isNumber(const std::string &text)
-{
-    const size_t start = !text.empty() && text[0] == '-' ? 1 : 0;
-    const size_t point = std::min(text.find('.', start), text.size());
-    const auto digits = [&](size_t from, size_t to) {
-        return from < to && text.find_first_not_of("0123456789", from) >= to;
-    };
-    return digits(start, point) && (point == text.size() || digits(point + 1, text.size()));
+    return static_cast<size_t>(std::find(fields.begin(), fields.end(), field) - fields.begin());
 }
 
 std::string padded(const std::string &text, size_t width, bool right)
@@ -63,57 +48,133 @@ std::string padded(const std::string &text, size_t width, bool right)
 }
 
 // The larger width, unless the text is too long to count.
-size_t widened(size_t width, const std::string &text, size_t limit)
+size_t widened(size_t width, size_t own, size_t limit)
 {
-    const size_t own = displayWidth(text);
     return own > limit ? width : std::max(width, own);
 }
 
-// Numbers of the value column line up at their last digit; texts among them start where the longest number does.
-void alignValues(std::vector<Row> &rows)
+// Rates have the decimals that a reader can use.
+std::string forPeople(Field field, const std::string &text)
 {
-    constexpr size_t value = 2;
-    size_t width = 0;
-    for (const Row &row : rows)
-        if (isNumber(row[value])) width = widened(width, row[value], widestNumber);
-    for (Row &row : rows)
-        if (isNumber(row[value]) || &row == &rows.front()) // the first is the header
-            row[value] = padded(row[value], width, true);
-}
-
-std::vector<size_t> columnWidths(const std::vector<Row> &rows)
-{
-    std::vector<size_t> widths;
-    for (const Row &row : rows) {
-        if (row.size() > widths.size()) widths.resize(row.size());
-        for (size_t column = 0; column < row.size(); ++column)
-            widths[column] = widened(widths[column], row[column], widestColumn);
-    }
-    return widths;
-}
-
-std::string lineOf(const Row &row, const std::vector<size_t> &widths)
-{
-    std::string line;
-    for (size_t column = 0; column + 1 < row.size(); ++column)
-        line += padded(row[column], widths[column], false) + "  ";
-    return line + row.back() + '\n';
+    const std::optional<Number> number = parseNumber(text);
+    if (field != fieldRate || !number) return withThousands(text);
+    return withThousands(fixed(number->value, number->value >= 1000 ? 0 : number->value >= 10 ? 1 : 2));
 }
 
 } // namespace
 
-std::string formatTable(const Answer &answer)
+void Table::fitTo(size_t width, bool bold)
 {
-    std::vector<Row> rows = {headerOf(answer.content)};
-    for (const Item &item : answer.items)
-        rows.push_back(rowOf(answer.content, item));
-    if (answer.content == Content::values) alignValues(rows);
+    fitting = true;
+    screenWidth = width;
+    emphasise = bold;
+}
 
-    const std::vector<size_t> widths = columnWidths(rows);
+Table::Cell Table::cellOf(const Row &row, Field field) const
+{
+    const std::string &text = row[field];
+    const bool numbers = infoOf(field).number;
+    if (text.empty()) return {field == fieldTrend ? "" : nothing, numbers};
+    if (!numbers || !parseNumber(text)) return {printable(text), false};
+    return {thousands ? forPeople(field, text) : text, true};
+}
+
+// A failed element names itself and its code, whatever the columns are. What keeps a change from being told, such as a
+// restart, takes its place where there is no column for notes.
+Table::Cells Table::cellsOf(const Document &document, const Row &row) const
+{
+    const Fields &fields = document.fields;
+    Cells cells;
+    for (const Field field : fields)
+        cells.push_back(cellOf(row, field));
+    const auto at = [&](Field field) { return positionOf(fields, field); };
+    if (at(fieldChange) < cells.size() && at(fieldNote) == cells.size() && !row[fieldNote].empty())
+        cells[at(fieldChange)] = {row[fieldNote], true};
+    if (!row.failed) return cells;
+    const Cell failed = {"failed: code " + row[fieldCode], false};
+    if (at(fieldElement) == cells.size())
+        cells[fields.front() == fieldTime && fields.size() > 1 ? 1 : 0] = {printable(row[fieldElement]), false};
+    if (at(fieldValue) < cells.size())
+        cells[at(fieldValue)] = failed;
+    else if (at(fieldId) < cells.size() && at(fieldElement) < cells.size())
+        cells[at(fieldId)] = failed;
+    else
+        cells.push_back(failed);
+    return cells;
+}
+
+void Table::widen(const Fields &fields, const Cells &cells)
+{
+    columns.resize(fields.size());
+    for (size_t i = 0; i < fields.size(); ++i) {
+        const size_t width = displayWidth(cells[i].text);
+        const size_t least = fitting ? leastWidth(fields[i]) : 0;
+        if (cells[i].right) columns[i].numbers = std::max(least, widened(columns[i].numbers, width, widestNumber));
+        columns[i].all = std::max({least, widened(columns[i].all, width, widestColumn), columns[i].numbers});
+    }
+}
+
+// Decides what each column gets of the screen: the ids give way, then the last columns go.
+void Table::share(const Fields &fields)
+{
+    size_t total = 0, id = 0;
+    for (size_t i = 0; i < fields.size(); ++i) {
+        Column &column = columns[i];
+        const bool flexible = fields[i] == fieldId || fields[i] == fieldElement || fields[i] == fieldGroup;
+        if (fields[i] == fieldId) id = i;
+        column.shown =
+            fitting && !flexible ? std::max(column.numbers, std::min(column.all, widestOnScreen)) : column.all;
+        total += column.shown + (i > 0 ? between : 0);
+    }
+    if (!fitting || total <= screenWidth) return;
+    const size_t spare = columns[id].shown - std::min(columns[id].shown, narrowestId);
+    const size_t taken = std::min(spare, total - screenWidth);
+    columns[id].shown -= taken;
+    total -= taken;
+    for (size_t i = fields.size() - 1; i > 0 && total > screenWidth; --i) {
+        total -= columns[i].shown + between;
+        columns[i].shown = 0;
+    }
+    columns[0].shown = std::min(columns[0].shown, screenWidth);
+}
+
+std::string Table::placed(const Column &column, const Cell &cell) const
+{
+    const std::string shown = fitting ? cut(cell.text, column.shown) : cell.text;
+    const std::string number = cell.right ? padded(shown, column.numbers, true) : shown;
+    return padded(number, column.shown, false);
+}
+
+std::string Table::line(const Fields &fields, const Cells &cells, bool changed) const
+{
     std::string text;
+    for (size_t i = 0; i < cells.size(); ++i) {
+        const bool extra = i >= fields.size(); // what a failed element says where no column is fit for it
+        if (extra ? fitting : columns[i].shown == 0) continue;
+        if (i > 0) text.append(between, ' ');
+        const bool bold = !extra && changed && emphasise && fields[i] == fieldValue;
+        if (bold) text += "\033[1m";
+        text += extra ? cells[i].text : placed(columns[i], cells[i]);
+        if (bold) text += "\033[0m";
+    }
+    const size_t end = text.find_last_not_of(' ');
+    return end == std::string::npos ? "" : text.substr(0, end + 1);
+}
+
+std::vector<std::string> Table::lines(const Document &document, const std::vector<Row> &rows, bool header)
+{
+    std::vector<Cells> all(1);
+    for (const Field field : document.fields)
+        all[0].push_back({infoOf(field).header, infoOf(field).number});
     for (const Row &row : rows)
-        text += lineOf(row, widths);
-    return text;
+        all.push_back(cellsOf(document, row));
+    for (const Cells &cells : all)
+        widen(document.fields, cells);
+    share(document.fields);
+    std::vector<std::string> lines;
+    for (size_t i = header ? 0 : 1; i < all.size(); ++i)
+        lines.push_back(line(document.fields, all[i], i > 0 && rows[i - 1].changed));
+    return lines;
 }
 
 } // namespace rixstat

@@ -1,5 +1,10 @@
 #include "text.h"
 
+#include <cstdio>
+#include <cstring>
+#include <cwchar>
+#include <langinfo.h>
+
 namespace rixstat {
 namespace {
 
@@ -75,12 +80,89 @@ std::string printable(const std::string &text)
     return result;
 }
 
+namespace {
+
+// The code point of the well-formed sequence at the start of the text.
+wchar_t codePoint(const char *text, size_t length)
+{
+    const unsigned first = static_cast<unsigned char>(text[0]);
+    if (length == 1) return static_cast<wchar_t>(first);
+    unsigned point = first & (0x7Fu >> length);
+    for (size_t i = 1; i < length; ++i)
+        point = point << 6 | (static_cast<unsigned char>(text[i]) & 0x3Fu);
+    return static_cast<wchar_t>(point);
+}
+
+// The length and the columns of the character at a position of a printable text.
+struct Extent
+{
+    size_t bytes;
+    size_t columns;
+};
+
+Extent extentAt(const std::string &text, size_t position)
+{
+    const size_t bytes = characterLength(text, position);
+    if (bytes <= 1) return {1, 1};
+    const int columns = wcwidth(codePoint(text.data() + position, bytes)); // negative: the locale does not know it
+    return {bytes, columns < 0 ? 1 : static_cast<size_t>(columns)};
+}
+
+} // namespace
+
 size_t displayWidth(const std::string &text)
 {
     size_t width = 0;
-    for (const char byte : text)
-        if ((static_cast<unsigned char>(byte) & 0xC0) != 0x80) ++width; // not a continuation of a character
+    for (size_t position = 0; position < text.size();) {
+        const Extent extent = extentAt(text, position);
+        position += extent.bytes;
+        width += extent.columns;
+    }
     return width;
+}
+
+std::string cut(const std::string &text, size_t width)
+{
+    if (displayWidth(text) <= width) return text;
+    if (width == 0) return {};
+    size_t position = 0, used = 0;
+    for (Extent extent = extentAt(text, 0); used + extent.columns < width; extent = extentAt(text, position)) {
+        position += extent.bytes;
+        used += extent.columns;
+    }
+    return text.substr(0, position) + (speaksUtf8() ? "\u2026" : "~");
+}
+
+bool speaksUtf8()
+{
+    return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+}
+
+bool matchesPattern(const std::string &text, const std::string &pattern)
+{
+    size_t at = 0, in = 0, star = std::string::npos, resume = 0;
+    while (at < text.size()) {
+        if (in < pattern.size() && (pattern[in] == '?' || (pattern[in] == text[at] && pattern[in] != '*'))) {
+            ++at;
+            ++in;
+        } else if (in < pattern.size() && pattern[in] == '*') {
+            star = in++;
+            resume = at;
+        } else if (star != std::string::npos) { // the last star stands for one character more
+            in = star + 1;
+            at = ++resume;
+        } else {
+            return false;
+        }
+    }
+    return pattern.find_first_not_of('*', in) == std::string::npos;
+}
+
+std::string shortNumber(double number)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", number);
+    return text;
 }
 
 } // namespace rixstat

@@ -1,4 +1,4 @@
-// Texts from a gateway or a command line, made fit for a terminal.
+// Texts from a gateway or a command line, made fit for a terminal, and numbers made fit for people.
 #ifndef RIXSTAT_TEXT_H
 #define RIXSTAT_TEXT_H
 
@@ -12,8 +12,20 @@ namespace rixstat {
 // can be told from the result.
 std::string printable(const std::string &text);
 
-// Number of characters of a printable text: what it takes on a terminal, but for wide and combining characters.
+// Columns that a printable text takes on a terminal.
 size_t displayWidth(const std::string &text);
+
+// The text, brought to at most so many columns; one that was longer ends with an ellipsis.
+std::string cut(const std::string &text, size_t width);
+
+// Whether the terminal takes more than ASCII.
+bool speaksUtf8();
+
+// Whether the text is matched by a pattern, in which * stands for any characters and ? for one.
+bool matchesPattern(const std::string &text, const std::string &pattern);
+
+// 10, 0.5: a number without needless zeros.
+std::string shortNumber(double number);
 
 } // namespace rixstat
 

@@ -1,0 +1,131 @@
+"""What the tests of the viewer share: a simulator to talk to, a gateway that falls silent, independent readers of the
+output forms."""
+import csv
+import io
+import json
+import re
+import signal
+import socket
+import subprocess
+import sys
+import threading
+
+RIXSTAT, RIXGWSIM = sys.argv[1:3]
+
+
+class Simulator:
+    def __init__(self, *options, port="0"):
+        self.process = subprocess.Popen([RIXGWSIM, "--port", port, "--seed", "7", "--clock", "fixed", *options],
+                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.line = self.process.stdout.readline()
+        self.port = self.line.rsplit(":", 1)[-1].strip()
+
+    def __enter__(self):
+        return self
+
+    def stop(self, how=signal.SIGTERM):
+        self.process.send_signal(how)
+        _, self.complaints = self.process.communicate(timeout=20)
+        return self.process.returncode
+
+    def __exit__(self, *_):
+        if self.process.returncode is None:
+            self.stop()
+
+
+class SilentAfter:
+    """Passes on to a gateway, but for its replies from one on: those are swallowed."""
+
+    def __init__(self, port, replies):
+        self.target, self.replies = int(port), replies
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.port = str(self.listener.getsockname()[1])
+        threading.Thread(target=self.serve, daemon=True).start()
+
+    def serve(self):
+        client, _ = self.listener.accept()
+        with client, socket.create_connection(("127.0.0.1", self.target)) as gateway:
+            client.settimeout(20)
+            gateway.settimeout(20)
+            for reply in range(1000):
+                request = client.recv(65536)
+                if not request:
+                    return
+                gateway.sendall(request)
+                answer = gateway.recv(65536)
+                if reply < self.replies:
+                    client.sendall(answer)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.listener.close()
+
+
+def rixstat(*arguments, **options):
+    return subprocess.run([RIXSTAT, *arguments], capture_output=True, text=True, timeout=60, **options)
+
+
+def unescaped(text):
+    """The bytes behind the viewer's escapes."""
+    letters = {"n": b"\n", "r": b"\r", "t": b"\t", "\\": b"\\"}
+    return re.sub(rb"\\(x[0-9A-F]{2}|.)", lambda m: letters.get(m[1].decode()) or bytes([int(m[1][1:], 16)]), text.encode())
+
+
+def read_table(text):
+    rows = [re.split(r" {2,}", line.strip()) for line in text.splitlines()[1:]]
+    return {row[-2]: row[-1].replace(",", "") for row in rows}
+
+
+def read_prometheus(text):
+    """One exposition: {metric: {labels: value}}; a strict reader of the text format's grammar."""
+    lines = text.split("\n")
+    assert lines.pop() == "" and lines.pop() == "# EOF", "cut short"
+    metrics, family = {}, None
+    for line in lines:
+        comment = re.fullmatch(r"# (HELP|TYPE) ([a-zA-Z_:][a-zA-Z0-9_:]*) (.+)", line)
+        if comment and comment[1] == "TYPE":
+            assert comment[2] == family and comment[3] == "untyped", line
+        elif comment:
+            family = comment[2]
+            assert family not in metrics, f"{family} comes twice"
+            metrics[family] = {}
+        else:
+            label = r'\w+="(?:[^"\\]|\\[\\"n])*"'
+            name, labels, value = re.fullmatch(rf"(\w+)((?:\{{{label}(?:,{label})*\}})?) (\S+)", line).groups()
+            pairs = {k: re.sub(r"\\(.)", lambda m: "\n" if m[1] == "n" else m[1], v)
+                     for k, v in re.findall(r'(\w+)="((?:[^"\\]|\\.)*)"', labels)}
+            key = tuple(sorted(pairs.items()))
+            assert name == family and key not in metrics[name], line
+            float(value)
+            metrics[name][key] = value
+    return metrics
+
+
+def prometheus_values(text):
+    values = {}
+    for name, series in read_prometheus(text).items():
+        for labels, value in series.items():
+            labels = dict(labels)
+            if "id" in labels:
+                values[labels["id"]] = labels.get("value", value)
+    return values
+
+
+def samples_of(form, text):
+    """The samples in the output of a run, each {id: value as text}; fails if any is not whole."""
+    if form == "json":
+        documents = [json.loads(line) for line in text.splitlines()]
+        return [{item["id"]: str(item["value"]) for item in document["items"]} for document in documents]
+    if form == "prom":
+        return [prometheus_values(part + "# EOF\n") for part in text.split("# EOF\n")[:-1]] if text else []
+    assert text == "" or text.endswith("\n"), "cut short"
+    if form == "ndjson":
+        rows = [json.loads(line) for line in text.splitlines()]
+    else:
+        rows = list(csv.DictReader(io.StringIO(text, newline=""), dialect="excel" if form == "csv" else "excel-tab",
+                                   strict=True))
+        assert all(None not in row and None not in row.values() for row in rows), "not the header's columns"
+    times = sorted({row["time"] for row in rows})
+    return [{row["id"]: str(row["value"]) for row in rows if row["time"] == time} for time in times]

@@ -1,0 +1,393 @@
+#!/usr/bin/env python3
+"""The viewer in every output form, killed, cut off and kept waiting, on a pipe and on a terminal.
+
+rixstat_test.py RIXSTAT RIXGWSIM SOURCE-DIRECTORY
+"""
+import fcntl
+import json
+import os
+import pathlib
+import pty
+import re
+import select
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import termios
+import time
+import unittest
+
+sys.dont_write_bytecode = True # leaves nothing behind in the source directory
+from rixstat_support import (RIXSTAT, SilentAfter, Simulator, prometheus_values, read_prometheus, read_table, rixstat,
+                             samples_of, unescaped)
+
+SOURCE = pathlib.Path(sys.argv[3])
+RUNNING_FORMS = ("json", "ndjson", "csv", "tsv", "prom")
+SILENCE = "0.3"
+
+
+class Files(unittest.TestCase):
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.directory = pathlib.Path(directory.name)
+
+    def file(self, name, content):
+        path = self.directory / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(content if isinstance(content, bytes) else content.encode())
+        return str(path)
+
+
+class Forms(Files):
+    def test_tell_the_same_values(self):
+        with Simulator("--clock-step", "0") as gateway:
+            shown = {form: rixstat("--port", gateway.port, "-o", form, "get")
+                     for form in ("table", "name", *RUNNING_FORMS)}
+            wide = rixstat("--port", gateway.port, "-o", "wide", "get", "Requests").stdout
+        self.assertEqual({(0, "")}, {(result.returncode, result.stderr) for result in shown.values()})
+        samples = {form: samples_of(form, shown[form].stdout) for form in RUNNING_FORMS}
+        values = samples["csv"][0]
+        self.assertGreater(len(values), 100)
+        self.assertEqual(list(values), shown["name"].stdout.splitlines())
+        self.assertEqual(values, read_table(shown["table"].stdout))
+        for form in RUNNING_FORMS:
+            self.assertEqual(1, len(samples[form]), form)
+            # JSON readers make numbers of numbers: 3.20 is 3.2 to them.
+            def comparable(sample):
+                decimal = re.compile(r"-?\d+\.\d+" if "json" in form else "no")
+                return {i: float(v) if decimal.fullmatch(v) else v for i, v in sample.items()}
+            self.assertEqual(comparable(values), comparable(samples[form][0]))
+        self.assertRegex(shown["table"].stdout, r"Requests_Bytes_In +\d{1,3}(,\d{3})+\n")
+        self.assertRegex(wide, r"Requests +Requests +Requests_Bytes_In +0 +\d+\n")
+
+    def test_keep_every_byte_and_digit(self):
+        odd = b'a,"b"\t\\c \xc3\xa9 \xff\xc3\x01 e'
+        texts = {"Odd": odd, "Padded": b"007", "Long": b"12345678901234567890123", "Small": b"-0.50", "Not": b"1.7.0"}
+        lines = b"".join(b"text %s %s\n" % (k.encode(), v) for k, v in texts.items())
+        path = self.file("odd.catalogue", b"group G\n" + lines)
+        with Simulator("--catalogue", path) as gateway:
+            for form in RUNNING_FORMS:
+                text = rixstat("--port", gateway.port, "-o", form, "get").stdout
+                read = {i: unescaped(v) for i, v in samples_of(form, text)[0].items()}
+                expected = {"G_" + k: v for k, v in texts.items()}
+                if "json" in form:
+                    expected["G_Small"] = b"-0.5"
+                self.assertEqual(expected, read, form)
+            groups = read_prometheus(rixstat("--port", gateway.port, "-o", "prom", "get").stdout)
+            items = json.loads(rixstat("--port", gateway.port, "-o", "json", "get").stdout)["items"]
+        self.assertEqual({(("group", "G"), ("id", "G_Small")): "-0.50"}, groups["rixstats_G_Small"])
+        self.assertEqual(["G_Small"], [item["id"] for item in items if not isinstance(item["value"], str)])
+
+    def test_failed_elements_stand_beside_the_others(self):
+        with Simulator() as gateway:
+            def get(form):
+                return rixstat("--port", gateway.port, "-o", form, "get", "Queue_Length", "Nobody", "Z*")
+            shown = {form: get(form) for form in ("name", *RUNNING_FORMS)}
+        for form, result in shown.items():
+            self.assertEqual((1, 2), (result.returncode, result.stderr.count("\n")), form)
+            self.assertRegex(result.stderr, r"Nobody.*-1(.|\n)*matches Z\*")
+        self.assertEqual("Queue_Length\n", shown["name"].stdout)
+        self.assertIn(",Nobody,,,-1\n", shown["csv"].stdout)
+        self.assertEqual({"element": "Nobody", "id": None, "value": None, "code": -1},
+                         json.loads(shown["json"].stdout)["items"][1])
+        self.assertEqual({(("element", "Nobody"),): "-1"}, read_prometheus(shown["prom"].stdout)["rixstat_element_code"])
+
+    def test_columns_order_and_patterns(self):
+        with Simulator() as gateway:
+            def get(*arguments):
+                return rixstat("--port", gateway.port, "-o", "csv", "get", *arguments).stdout.splitlines()
+            falling = get("Workers", "--columns", "value,id", "--sort=-value", "--no-headers")
+            matched = get("Workers_?asks_*", "Queue", "--columns", "id,group")
+            groups = rixstat("--port", gateway.port, "-o", "name", "ids", "St?r*").stdout
+        values = [float(line.split(",")[0]) for line in falling]
+        self.assertEqual((sorted(values, reverse=True), 10), (values, len(values)))
+        self.assertEqual(["id,group", "Workers_Tasks_Completed,Workers", "Workers_Tasks_Failed,Workers", "Queue_Length,Queue"],
+                         matched[:4])
+        self.assertRegex(groups, r"^(Storage_\w+\n)+(Statistics_\w+\n)*$")
+
+    def test_ping_doctor_and_version_have_forms_too(self):
+        with Simulator() as gateway:
+            ping = rixstat("--port", gateway.port, "-o", "json", "ping", "-n", "5", "-i", "0.01")
+            doctor = rixstat("--port", gateway.port, "-o", "prom", "doctor")
+        for row in json.loads(ping.stdout)["items"]:
+            self.assertEqual(5, row["count"])
+            self.assertTrue(0 < row["min_ms"] <= row["mean_ms"] <= row["max_ms"] and row["p99_ms"] == row["max_ms"], row)
+        self.assertEqual((0, 6), (doctor.returncode, len(read_prometheus(doctor.stdout)["rixstat_doctor_ms"])))
+        self.assertRegex(rixstat("version").stdout, r"rixstat +\d+\.\d+\.\d+\nlibrary +1_1_0_1\n")
+
+
+class Watch(Files):
+    def watch(self, gateway, *arguments, **options):
+        return subprocess.Popen([RIXSTAT, "--port", gateway.port, "watch", *arguments], stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, text=True, **options)
+
+    def rows(self, text):
+        return [json.loads(line) for line in text.splitlines()]
+
+    def test_keeps_its_schedule(self):
+        with Simulator("--delay", "20") as gateway:
+            result = rixstat("--port", gateway.port, "watch", "-i", "0.1", "-n", "12", "-o", "csv", "Queue_Length")
+        seconds = [float(line.split(",")[0][17:23]) for line in result.stdout.splitlines()[1:]]
+        self.assertEqual((0, 12), (result.returncode, len(seconds)))
+        late = [(second - seconds[1]) % 60 - (number - 1) * 0.1 for number, second in enumerate(seconds[1:], 1)]
+        self.assertLess(max(min(abs(off), abs(off - 60)) for off in late), 0.06, late)
+
+    def test_change_rate_and_restarts(self):
+        path = self.file("c", "group G\ninterval Counter 10 5\ngauge Gauge 100 120 5\ncounter Fast 1000\ntext Word x\n")
+        with Simulator("--catalogue", path, "--clock-step", "1000") as gateway:
+            result = rixstat("--port", gateway.port, "watch", "-i", "0.02", "-n", "24", "-o", "ndjson")
+            top = rixstat("--port", gateway.port, "watch", "-i", "0.02", "-n", "2", "-o", "name", "--top", "1", "--by",
+                          "delta")
+        series = {name: [row for row in self.rows(result.stdout) if row["id"] == f"G_{name}"]
+                  for name in ("Counter", "Gauge", "Word")}
+        restarts = 0
+        for before, after in zip(series["Counter"], series["Counter"][1:]):
+            fell = after["value"] < before["value"]
+            restarts += fell
+            self.assertEqual("restarted" if fell else None, after["note"])
+            self.assertEqual(None if fell else after["value"] - before["value"], after["change"])
+        self.assertGreaterEqual(restarts, 3)
+        self.assertTrue(any(row["change"] and row["change"] < 0 and row["rate"] is None for row in series["Gauge"]))
+        self.assertTrue(all(row["rate"] is None or row["rate"] >= 0 for row in self.rows(result.stdout)))
+        self.assertEqual({None}, {row[key] for row in series["Word"] for key in ("change", "rate", "note")})
+        self.assertEqual("G_Fast", top.stdout.splitlines()[1])
+
+    def test_output_is_whole_whenever_it_is_killed(self):
+        with Simulator() as gateway:
+            for form in RUNNING_FORMS:
+                for count, how in ((1, signal.SIGINT), (2, signal.SIGTERM), (3, signal.SIGINT)):
+                    viewer = self.watch(gateway, "-i", "0.03", "-o", form)
+                    text = ""
+                    while len(samples_of(form, text)) < count:
+                        text += viewer.stdout.readline() if form == "json" else self.sample(viewer, form)
+                    viewer.send_signal(how)
+                    rest, complaints = viewer.communicate(timeout=10)
+                    samples = samples_of(form, text + rest)
+                    self.assertEqual((130, ""), (viewer.returncode, complaints), form)
+                    self.assertEqual(1, len({len(sample) for sample in samples}), (form, "every sample has every statistic"))
+
+    def sample(self, viewer, form):
+        lines = 105 if form == "ndjson" else 1000
+        text = ""
+        while lines > 0 and not text.endswith("# EOF\n") and "Statistics_Collection_Time" not in text[-200:]:
+            text += viewer.stdout.readline()
+            lines -= 1
+        return text
+
+    def test_a_reader_that_goes_ends_it_quietly(self):
+        with Simulator() as gateway:
+            for form in ("table", "json", "csv"):
+                viewer = self.watch(gateway, "-i", "30", "-o", form)
+                viewer.stdout.readline()
+                viewer.stdout.close()
+                self.assertEqual(0, viewer.wait(timeout=5), "well before the next sample")
+                self.assertEqual("", viewer.stderr.read())
+                viewer.stderr.close()
+            reading, writing = os.pipe()
+            os.close(reading)
+            once = subprocess.run([RIXSTAT, "--port", gateway.port, "get"], stdout=writing, stderr=subprocess.PIPE, timeout=10)
+            os.close(writing)
+            self.assertEqual((0, b""), (once.returncode, once.stderr))
+
+    def test_survives_a_lost_gateway_and_marks_the_gap(self):
+        gateway = Simulator()
+        viewers = {form: self.watch(gateway, "-i", "0.1", "-n", "22", "-o", form, "Queue_Added")
+                   for form in ("ndjson", "json", "prom", "csv")}
+        time.sleep(0.35)
+        gateway.stop()
+        time.sleep(0.3)
+        with Simulator(port=gateway.port) as again:
+            ends = {form: (*viewer.communicate(timeout=15), viewer.returncode) for form, viewer in viewers.items()}
+        for form, (text, complaints, status) in ends.items():
+            self.assertEqual((1, 2), (status, complaints.count("\n")), complaints)
+            self.assertRegex(complaints, r"-1\d\d\).*connecting again\n.*connected again after \d+ s\n")
+            self.assertTrue(samples_of(form, text))
+        rows = self.rows(ends["ndjson"][0])
+        notes = [row["note"] for row in rows]
+        self.assertEqual((22, 1), (len(rows), notes.count("after gap")))
+        first = notes.index("gap")
+        self.assertEqual({"gap"}, set(notes[first:notes.index("after gap")]))
+        self.assertTrue(all(row["rate"] is None for row in rows[first:notes.index("after gap") + 1]))
+        self.assertEqual({"0", "1"}, set(re.findall(r"^rixstat_up (\d)", ends["prom"][0], re.M)))
+        self.assertTrue(any(json.loads(line).get("gap") for line in ends["json"][0].splitlines()))
+
+    def test_a_gateway_that_dies_in_any_flow_leaves_whole_output(self):
+        for flow in range(1, 12):
+            for byte in ("0", "20", "45"):
+                with Simulator("--drop-inside-flow", str(flow), "--drop-at-byte", byte) as gateway:
+                    once = rixstat("--port", gateway.port, "-o", "json", "get", "Queue")
+                    many = rixstat("--port", gateway.port, "-o", "csv", "watch", "-i", "0.02", "-n", "3", "Queue")
+                self.assertEqual(6 if flow < 8 else 0, once.returncode, (flow, byte, once)) # a close needs no answer
+                self.assertEqual(once.returncode == 0, once.stdout != "" and len(json.loads(once.stdout)["items"]) == 9)
+                self.assertIn(many.returncode, (6,) if flow < 8 else (1, 6), many)
+                sizes = {len(sample) for sample in samples_of("csv", many.stdout) if "" not in sample}
+                self.assertEqual({9} if flow > 7 else set(), sizes)
+
+
+class Terminal(unittest.TestCase):
+    def session(self, gateway, seconds, width=80, **environment):
+        """What a terminal of 24 lines is sent by watch in so many seconds, and the viewer's status on ^C."""
+        master, slave = pty.openpty()
+        fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, width, 0, 0))
+        environment = {"PATH": os.environ["PATH"], "TERM": "xterm", "LC_ALL": "C.UTF-8", **environment}
+        viewer = subprocess.Popen([RIXSTAT, "--port", gateway.port, "watch", "-i", "0.1"], stdin=slave, stdout=slave,
+                                  stderr=slave, env=environment)
+        os.close(slave)
+        sent, end = b"", time.monotonic() + seconds
+        while (left := end - time.monotonic()) > 0:
+            if select.select([master], [], [], left)[0]:
+                sent += os.read(master, 65536)
+        viewer.send_signal(signal.SIGINT)
+        status = viewer.wait(timeout=5)
+        os.close(master)
+        return sent.decode(), status
+
+    def check_frames(self, text, width):
+        frames = text.split("\x1b[H")[1:-1]
+        self.assertGreater(len(frames), 3)
+        for frame in frames:
+            self.assertTrue(frame.endswith("\x1b[J"))
+            lines = frame[:-len("\x1b[J")].split("\r\n")
+            self.assertEqual("", lines.pop())
+            self.assertLess(len(lines), 24)
+            self.assertTrue(all(line.endswith("\x1b[K") for line in lines))
+            plain = [re.sub(r"\x1b\[\d*[Km]", "", line) for line in lines]
+            self.assertLess(max(map(len, plain)), width)
+            self.assertNotIn("\x1b", "".join(plain))
+        return frames
+
+    def test_is_redrawn_in_place_without_wrapping(self):
+        with Simulator() as gateway:
+            text, status = self.session(gateway, 1)
+        frames = self.check_frames(text, 80)
+        self.assertEqual(130, status)
+        self.assertIn("\x1b[1m", frames[-1])
+        self.assertIn("▇" if "▇" in text else "█", text)
+        headers = {frame.split("\r\n")[1] for frame in frames}
+        self.assertEqual(1, len(headers), "nothing shifts")
+
+    def test_honours_no_color_and_terminals_that_cannot(self):
+        with Simulator() as gateway:
+            plain, _ = self.session(gateway, 0.7, 60, NO_COLOR="1", LC_ALL="C")
+            dumb, _ = self.session(gateway, 0.4, TERM="dumb")
+        self.check_frames(plain, 60)
+        self.assertNotRegex(plain, r"\x1b\[\d*m")
+        self.assertTrue(plain.isascii())
+        self.assertNotIn("\x1b", dumb)
+
+
+class Failures(Files):
+    def check(self, result, status, *patterns):
+        self.assertEqual((status, 1), (result.returncode, result.stderr.count("\n")), result)
+        for pattern in (r"^rixstat: host \S+, port \d+: ", *patterns):
+            self.assertRegex(result.stderr, pattern)
+
+    def test_a_gateway_silent_at_any_flow_ends_every_command(self):
+        with Simulator() as gateway:
+            for replies in range(8):
+                with SilentAfter(gateway.port, replies) as silent:
+                    begin = time.monotonic()
+                    result = rixstat("--port", silent.port, "--timeout", SILENCE, "-o", "json", "get", "Queue_Length")
+                    taken = time.monotonic() - begin
+                step = "opening" if replies < 5 else "asking for statistics" if replies < 7 else "closing"
+                self.check(result, 4, f"{step}.* STAPI_.*no answer within 0.3 seconds.*--timeout")
+                self.assertEqual(step == "closing", result.stdout != "" and len(json.loads(result.stdout)["items"]) == 1)
+                self.assertTrue(0.25 < taken < 3, taken)
+            for command in ("groups", "ids", "watch", "ping", "doctor", "dump"):
+                with SilentAfter(gateway.port, 5 if command == "dump" else 1) as silent:
+                    result = rixstat("--port", silent.port, "--timeout", SILENCE, command)
+                self.assertEqual(4, result.returncode, command)
+                self.assertRegex(result.stderr, "no answer within 0.3 seconds")
+
+    def test_a_host_that_does_not_take_the_connection(self):
+        with socket.socket() as full:
+            full.bind(("127.0.0.1", 0))
+            full.listen(0)
+            waiting = [socket.socket() for _ in range(3)]
+            for client in waiting:
+                client.setblocking(False)
+                client.connect_ex(full.getsockname())
+            result = rixstat("--port", str(full.getsockname()[1]), "--timeout", SILENCE, "-o", "json", "doctor")
+            for client in waiting:
+                client.close()
+        self.check(result, 4)
+        self.assertEqual(["ok", "failed", "not tried"], [row["result"] for row in json.loads(result.stdout)["items"]][:3])
+
+    def test_refusals(self):
+        for options, step, word in ((("--gateway-rc", "5"), 2, "code 5"),
+                                    (("--auth-rc", "8"), 3, "authorisation with its code 8"),
+                                    (("--gateway-rc", "5", "--faults-from-flow", "3"), 3, "code 5"),
+                                    (("--admin-rc", "6", "--faults-from-flow", "5"), 4, "code 6"),
+                                    (("--gateway-rc", "5", "--faults-from-flow", "7"), 5, "code 5"),
+                                    (("--exception", "--faults-from-flow", "7"), 5, "execute")):
+            with Simulator(*options) as gateway:
+                get = rixstat("--port", gateway.port, "get")
+                doctor = rixstat("--port", gateway.port, "-o", "csv", "--columns", "result", "--no-headers", "doctor")
+            self.check(get, 5, f"refused.*{word}")
+            self.check(doctor, 5, f"refused.*{word}")
+            expected = ["ok"] * step + ["failed"] + ["not tried"] * (5 - step)
+            self.assertEqual(expected, doctor.stdout.splitlines(), options)
+
+    def test_the_trace_goes_where_it_is_wanted(self):
+        path = self.directory / "t.log"
+        with Simulator("--auth-rc", "8") as gateway:
+            shown = rixstat("--port", gateway.port, "--trace", "1", "get")
+            kept = rixstat("--port", gateway.port, "--trace", "1", "--trace-file", str(path), "get")
+            silent = rixstat("--port", gateway.port, "--trace-file", str(path) + "2", "get")
+        self.assertEqual([5, 5, 5], [result.returncode for result in (shown, kept, silent)])
+        for trace in (shown.stderr, path.read_text()):
+            self.assertRegex(trace, r"^\*\*\* .*\n.*\[3212\] \*EXC\* ")
+        self.assertEqual(1, kept.stderr.count("\n"))
+        self.check(rixstat("--trace-file", str(self.directory / "no" / "t"), "groups"), 1, "-130")
+
+    def test_configuration(self):
+        def run(text, *arguments):
+            self.file("rixstat/config.toml", text)
+            return rixstat(*arguments, env={**os.environ, "XDG_CONFIG_HOME": str(self.directory)})
+        with Simulator() as gateway:
+            named = f"# mine\nport = 1\n\n[gateways.prod] # live\nhost = '127.0.0.1'\nport = {gateway.port}\n"
+            self.assertEqual(0, run(named, "@prod", "-o", "name", "groups").returncode)
+            self.assertEqual(0, run(f"port = {gateway.port}\n", "groups").returncode)
+            self.check(run(named, "groups"), 3, "port 1:")
+            self.check(run(named, "@prod", "--port", "2", "groups"), 3, "port 2:")
+        for text, problem in ((named, r"no gateway @test .*\(there are: @prod\)"),
+                              ("port = 1\nhots = 'x'\n", "line 2: no setting hots"),
+                              ("port = 'x'\n", "line 1: port must"), ("[other]\n", "line 1: expected"),
+                              ("host = \"a\n", "line 1: expected")):
+            result = run(text, "@test", "groups")
+            self.assertEqual(2, result.returncode)
+            self.assertRegex(result.stderr, problem)
+
+
+class Completion(unittest.TestCase):
+    def complete(self, gateway, *words):
+        script = (f'source "{SOURCE}/tools/rixstat/completions/rixstat.bash"; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); '
+                  '_rixstat; printf "%s\\n" "${COMPREPLY[@]}"')
+        return subprocess.run(["bash", "-c", script, "bash", RIXSTAT, "--port", gateway.port, *words],
+                              capture_output=True, text=True, timeout=20).stdout.split()
+
+    def test_offers_commands_forms_and_the_gateways_ids(self):
+        with Simulator() as gateway:
+            self.assertEqual(["get", "groups"], sorted(self.complete(gateway, "g")))
+            self.assertEqual(["json"], self.complete(gateway, "-o", "j"))
+            self.assertEqual(["Workers"], self.complete(gateway, "ids", "Wo"))
+            self.assertEqual(["Queue_Length", "Queue_Length_Limit"], self.complete(gateway, "-o", "csv", "watch", "Queue_L"))
+
+    def test_knows_all_that_help_lists(self):
+        helps = [rixstat(*arguments, "--help").stdout for arguments in ((), ("watch",), ("ping",))]
+        words = set(re.findall(r"^  (?:-\w,)?--([\w-]+)", "".join(helps), re.M))
+        for section in ("Commands", "Output forms"):
+            words |= set(re.findall(r"^  (\w+) ", re.search(rf"{section}:\n((?:  .*\n)+)", helps[0])[1], re.M))
+        self.assertGreaterEqual(len(words), 29)
+        for name in ("rixstat.bash", "_rixstat", "rixstat.fish"):
+            text = (SOURCE / "tools/rixstat/completions" / name).read_text()
+            missing = {word for word in words if not re.search(rf"(?<![\w-])(--)?{word}(?![\w-])", text)}
+            self.assertEqual(set(), missing, name)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])

@@ -1,0 +1,78 @@
+// The commands that ask once: groups, ids, get, dump; and version, which asks nobody.
+#include "codes.h"
+#include "commands.h"
+#include "output.h"
+#include "selection.h"
+
+#include <rixstats.h>
+
+namespace rixstat {
+namespace {
+
+ExitStatus show(const Viewer &viewer, Content content)
+{
+    Presenter presenter(viewer);
+    Selection selection(content, viewer.settings.ids);
+    Session session(viewer.guard, viewer.tap, viewer.settings, Listening::thorough);
+    session.open();
+    selection.resolve(session);
+    std::vector<Row> rows = rowsOf(selection.fetch(session), content);
+    if (presenter.shows(fieldGroup) && content != Content::groups) addGroups(rows, groupsOfIds(session));
+
+    // The good-bye is said while we write: neither a slow reader nor a slow gateway holds up the other.
+    session.beginClose();
+    print(presenter.text(presenter.arranged(rows)));
+    const ExitStatus status = reportFailures(rows, selection.unmatched(), viewer.settings);
+    session.endClose();
+    return status;
+}
+
+} // namespace
+
+ExitStatus runGroups(const Viewer &viewer)
+{
+    return show(viewer, Content::groups);
+}
+
+ExitStatus runIds(const Viewer &viewer)
+{
+    return show(viewer, Content::ids);
+}
+
+ExitStatus runGet(const Viewer &viewer)
+{
+    return show(viewer, Content::values);
+}
+
+ExitStatus runDump(const Viewer &viewer)
+{
+    Selection selection(Content::values, viewer.settings.ids);
+    Session session(viewer.guard, viewer.tap, viewer.settings, Listening::brief);
+    session.open();
+    selection.resolve(session);
+    viewer.tap.speakPlainly();
+    // Before the query, whose result set would else be dumped twice and whose failure would end the connection.
+    require(dumpState(), "dumping the state");
+    if (!selection.empty())
+        require(dumpResultSet(session.ask(Content::values, selection.ids())), "dumping the result set");
+    session.beginClose();
+    const ExitStatus status = reportFailures({}, selection.unmatched(), viewer.settings);
+    session.endClose();
+    return status;
+}
+
+ExitStatus runVersion(const Viewer &viewer)
+{
+    char *library = nullptr;
+    require(getStatsAPIVersion(&library), "reading the version of the library");
+    std::vector<Row> rows(2);
+    rows[0][fieldComponent] = "rixstat";
+    rows[0][fieldVersion] = RIXSTAT_VERSION;
+    rows[1][fieldComponent] = "library";
+    rows[1][fieldVersion] = library;
+    Presenter presenter(viewer);
+    print(presenter.text(presenter.arranged(std::move(rows))));
+    return exitGood;
+}
+
+} // namespace rixstat
