@@ -146,7 +146,7 @@ class Bench:
                             for kind in ("traced", "untraced"))
         yield Row(text, value=traced)
         yield Row(f"tracing off: {text.removeprefix('instructions of ').partition(',')[0]} in instructions",
-                  f"{traced:.2f}", f"{untraced:.2f}", 100 * (traced / untraced - 1), 2, "%")
+                  f"{traced:.2f}", f"{untraced:.2f}", 100 * (traced / untraced - 1), unit="%")
 
     # ---- The library as a file
 

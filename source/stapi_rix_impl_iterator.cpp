@@ -297,9 +297,9 @@ int getFirstId(RIX_ResultSetToken_t rsPtr, RIX_IdData_t *idDataPtr)
     return rixStatRc;
 }
 
-int getNextId(RIX_ResultSetToken_t rsPtr, RIX_IdData_t *idDataPtr)
+// The call with its lines and checks. Apart from the quick step below, which then needs no room for what it keeps.
+static __attribute__((noinline)) int nextIdInFull(RIX_ResultSetToken_t rsPtr, RIX_IdData_t *idDataPtr)
 {
-    if (isPlainStep(rsPtr, idDataPtr, ID_SET_EYECATCHER)) return nextItem(nullptr, rsPtr, fieldsOf(idDataPtr));
     int rc = stapiInit();
     ENTRY(1153, "API.getNextId(rsPtr=%p,idDataPtr=%p)\n", ptr(rsPtr), ptr(idDataPtr));
     if (rc == STAPI_OK) rc = firstMissing({{rsPtr, STAPI_NULL_RESULT_SET_TOKEN}, {idDataPtr, STAPI_NULL_ID_DATA_PTR}});
@@ -311,6 +311,12 @@ int getNextId(RIX_ResultSetToken_t rsPtr, RIX_IdData_t *idDataPtr)
     if (rc == STAPI_OK) rc = getNextIdInternal(rsPtr, idDataPtr);
     EXIT(1155, "API.getNextId() rc=%d\n", rc);
     return rc;
+}
+
+int getNextId(RIX_ResultSetToken_t rsPtr, RIX_IdData_t *idDataPtr)
+{
+    if (!isPlainStep(rsPtr, idDataPtr, ID_SET_EYECATCHER)) return nextIdInFull(rsPtr, idDataPtr);
+    return nextItem(nullptr, rsPtr, fieldsOf(idDataPtr));
 }
 
 int getFirstStat(RIX_ResultSetToken_t rsPtr, RIX_StatData_t *statDataPtr)
@@ -329,9 +335,9 @@ int getFirstStat(RIX_ResultSetToken_t rsPtr, RIX_StatData_t *statDataPtr)
     return rc;
 }
 
-int getNextStat(RIX_ResultSetToken_t rsPtr, RIX_StatData_t *statDataPtr)
+// As nextIdInFull().
+static __attribute__((noinline)) int nextStatInFull(RIX_ResultSetToken_t rsPtr, RIX_StatData_t *statDataPtr)
 {
-    if (isPlainStep(rsPtr, statDataPtr, STAT_SET_EYECATCHER)) return nextItem(nullptr, rsPtr, fieldsOf(statDataPtr));
     int rc = stapiInit();
     ENTRY(1159, "API.getNextStat(rsPtr=%p,statDataPtr=%p)\n", ptr(rsPtr), ptr(statDataPtr));
     if (rc == STAPI_OK)
@@ -344,4 +350,10 @@ int getNextStat(RIX_ResultSetToken_t rsPtr, RIX_StatData_t *statDataPtr)
     if (rc == STAPI_OK) rc = getNextStatInternal(rsPtr, statDataPtr);
     EXIT(1161, "API.getNextStat() rc=%d\n", rc);
     return rc;
+}
+
+int getNextStat(RIX_ResultSetToken_t rsPtr, RIX_StatData_t *statDataPtr)
+{
+    if (!isPlainStep(rsPtr, statDataPtr, STAT_SET_EYECATCHER)) return nextStatInFull(rsPtr, statDataPtr);
+    return nextItem(nullptr, rsPtr, fieldsOf(statDataPtr));
 }
