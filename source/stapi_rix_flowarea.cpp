@@ -39,10 +39,12 @@ static AreaHead *takeKept(size_t size)
     return nullptr;
 }
 
-// Areas that may be kept come in few sizes, so that one serves replies that differ a little.
-static size_t roundedSize(size_t size)
+// An area that may be kept has an eighth to spare, so that it serves replies that are a little longer, too.
+static size_t sizeToKeep(size_t size)
 {
-    return canBeKept(size) ? (size + LEAST_KEPT_SIZE - 1) / LEAST_KEPT_SIZE * LEAST_KEPT_SIZE : size;
+    if (!canBeKept(size)) return size;
+    const size_t roomy = size + size / 8;
+    return roomy < MOST_KEPT_SIZE ? roomy : MOST_KEPT_SIZE;
 }
 
 static AreaHead *newArea(size_t size)
@@ -57,7 +59,7 @@ static AreaHead *newArea(size_t size)
 char *newReplyArea(size_t size)
 {
     AreaHead *area = canBeKept(size) ? takeKept(size) : nullptr;
-    if (area == nullptr) area = newArea(roundedSize(size));
+    if (area == nullptr) area = newArea(sizeToKeep(size));
     return area != nullptr ? reinterpret_cast<char *>(area + 1) : nullptr;
 }
 

@@ -1,7 +1,7 @@
-// Memory for the bytes of a flow: a request, a reply, the call data of a reply. A monitor asks the same again and again,
-// and memory of the size of a long reply goes back to the system each time it is freed, to be fetched again page by
-// page. So a few long areas are kept for the next reply, of whichever connection and thread. Calls nothing of the
-// library.
+// Memory for the bytes of a flow: a request, a reply, the call data of a reply. A monitor asks the same again and again;
+// memory of the size of a long reply goes back to the system each time it is freed, to be fetched again page by page,
+// and that of a short one costs the allocator a search. So a few areas are kept for the next flow, of whichever
+// connection and thread. Calls nothing of the library.
 #ifndef STAPI_RIX_FLOWAREA_H
 #define STAPI_RIX_FLOWAREA_H
 
@@ -11,7 +11,7 @@ namespace rixstats {
 
 // At most 16 MiB are kept, and only while there is a connection.
 constexpr int KEPT_AREAS = 4;
-constexpr size_t LEAST_KEPT_SIZE = 64 << 10; // shorter ones are malloc()'s own business
+constexpr size_t LEAST_KEPT_SIZE = 1 << 10;
 constexpr size_t MOST_KEPT_SIZE = 4 << 20;
 
 // Null if there is no memory. That of a request is zeroed, so that it can hold nothing of the process but what is
