@@ -1,13 +1,11 @@
 // Fuzz target: whatever the peer of a connection answers, the connection is opened, queried and closed, or refused by a
 // code; nothing of it is left afterwards. The input is told of in scripted_socket.h.
-#include "require.h"
-#include "result_set_check.h"
+#include "checks.h"
 #include "scripted_socket.h"
 #include "stapi_rix_gwytok.h"
 
 #include <algorithm>
 #include <cstring>
-#include <initializer_list>
 #include <iterator>
 
 using namespace fuzzing;
@@ -43,9 +41,9 @@ extern "C" size_t LLVMFuzzerCustomMutator(uint8_t *data, size_t size, size_t max
     return mutated;
 }
 
-static bool isOneOf(int rc, std::initializer_list<int> codes)
+static bool isLoss(int rc)
 {
-    return std::find(codes.begin(), codes.end(), rc) != codes.end();
+    return rc == STAPI_COMMS_FAILURE || rc == STAPI_GATEWAY_EXCHANGE_FAILED;
 }
 
 static bool open(RIX_GatewayToken_t *gateway)
@@ -56,56 +54,38 @@ static bool open(RIX_GatewayToken_t *gateway)
         require(version != nullptr && strlen(version) < PROTOCOL_VERSION_SIZE, "a connection has its version");
         return true;
     }
-    require(isOneOf(rc, {STAPI_COMMS_FAILURE, STAPI_NO_MEMORY, STAPI_CONNECT_FAILED, STAPI_GATEWAY_EXCHANGE_FAILED}),
-            "an open that fails says so by its codes");
+    require(isLoss(rc) || rc == STAPI_NO_MEMORY || rc == STAPI_CONNECT_FAILED, "an open that fails says so");
     require(*gateway == nullptr && version == nullptr, "an open that fails hands nothing out");
     return false;
 }
 
-// What a query brought, and whether the connection goes on.
-static bool use(RIX_GatewayToken_t gateway, int rc, RIX_ResultSetToken_t resultSet, bool dumped)
+// Returns whether the connection goes on.
+static bool query(RIX_GatewayToken_t gateway, int (*ask)(RIX_GatewayToken_t, RIX_ResultSetToken_t *), bool dumped)
 {
+    RIX_ResultSetToken_t resultSet = nullptr;
+    const int rc = ask(gateway, &resultSet);
     if (rc == STAPI_OK) {
         require(resultSet != nullptr, "a query has its result set");
         checkResultSet(resultSet);
         if (dumped) require(dumpResultSet(resultSet) == STAPI_OK && dumpState() == STAPI_OK, "a query can be dumped");
         return true;
     }
-    require(isOneOf(rc, {STAPI_COMMS_FAILURE, STAPI_GATEWAY_EXCHANGE_FAILED}), "a query that fails says so");
-    require(resultSet == nullptr, "a query that fails hands nothing out");
-    require(getStats(gateway, &resultSet) == STAPI_GATEWAY_TOKEN_NOT_FOUND, "a query that fails ends the connection");
+    require(isLoss(rc) && resultSet == nullptr, "a query that fails says so and hands nothing out");
+    require(ask(gateway, &resultSet) == STAPI_GATEWAY_TOKEN_NOT_FOUND, "a query that fails ends the connection");
     return false;
-}
-
-// Queries statistics, then identifiers.
-static bool useConnection(RIX_GatewayToken_t gateway, bool named, bool dumped)
-{
-    RIX_ResultSetToken_t stats = nullptr;
-    RIX_ResultSetToken_t ids = nullptr;
-    int rc = named ? getStatsByStatId(gateway, "Requests_Received:Nonsense", &stats) : getStats(gateway, &stats);
-    if (!use(gateway, rc, stats, dumped)) return false;
-    rc = named ? getStatIdsByStatGroupId(gateway, "Requests", &ids) : getStatIds(gateway, &ids);
-    return use(gateway, rc, ids, dumped);
-}
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    require(setAPITraceFile("/dev/null") == STAPI_OK, "the trace goes nowhere");
-    return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size < CONTROL_SIZE) return 0;
-    const bool named = (data[0] & NAMED) != 0;
     const bool traced = (data[0] & TRACED) == TRACED;
+    require(!traced || setAPITraceFile("/dev/null") == STAPI_OK, "the trace goes nowhere");
     setAPITraceLevel(traced ? 4 : 0);
     startScript(data, size);
     RIX_GatewayToken_t gateway = nullptr;
-    if (open(&gateway) && useConnection(gateway, named, traced) && !named)
+    if (open(&gateway) && query(gateway, getStats, traced) && query(gateway, getStatIds, traced))
         require(closeGatewayConnection(&gateway) == STAPI_OK && gateway == nullptr, "a connection can be closed");
     require(closeAllGatewayConnections() == STAPI_OK, "all connections can be closed");
-    require(rixstats::gtListHeadPtr == nullptr, "no connection is left");
-    require(socketClosed(), "no socket is left");
+    require(rixstats::gtListHeadPtr == nullptr && socketClosed(), "no connection and no socket is left");
     return 0;
 }

@@ -4,33 +4,17 @@
 //   input   1 control byte: bit 0 identifiers, else statistics; bits 1..3 first size of the buffer, see below;
 //           bits 4..6 all set: traced and dumped
 //           the rest is the call data
-#include "reading_check.h"
-#include "require.h"
-#include "result_set_check.h"
+#include "checks.h"
 #include "stapi_rix_resultsetbuffer.h"
 #include "stapi_rix_statcomms.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 
 using namespace fuzzing;
 
 // From the least that the first words need to what a connection starts with.
 static const int FIRST_SIZES[8] = {16, 17, 20, 64, 250, 1024, 4097, RESULT_SET_SIZE};
-
-// Null after a failure, which has released what there was.
-static char *parse(bool identifiers, const char *callData, int callDataLen, int *bufferLen)
-{
-    char *buffer = rixstats::newResultSetArea(*bufferLen);
-    const int rc = identifiers ? rixstats::parseIdsData(callData, callDataLen, &buffer, bufferLen)
-                               : rixstats::parseStatsData(callData, callDataLen, &buffer, bufferLen);
-    if (rc == STAPI_OK) return buffer;
-    require(rc == STAPI_GATEWAY_EXCHANGE_FAILED || rc == STAPI_NO_MEMORY, "a reply is parsed, or refused by its code");
-    require(rc != STAPI_NO_MEMORY || buffer == nullptr, "a buffer that could not grow has been released");
-    free(buffer);
-    return nullptr;
-}
 
 // Takes the buffer over, as a copy of a result set does.
 static void use(char *buffer, int bufferLen, bool dumped)
@@ -44,25 +28,28 @@ static void use(char *buffer, int bufferLen, bool dumped)
     require(freeResultSet(&rs) == STAPI_OK && rs == nullptr, "a result set of the user's can be freed");
 }
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    require(setAPITraceFile("/dev/null") == STAPI_OK, "the trace goes nowhere");
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size == 0) return 0;
-    const unsigned control = data[0];
-    const bool traced = (control & 0x70) == 0x70;
-    const size_t callDataLen = size - 1;
-    char *callData = static_cast<char *>(malloc(callDataLen)); // a read behind its last byte is seen
-    if (callDataLen > 0) memcpy(callData, data + 1, callDataLen);
+    const bool identifiers = (data[0] & 1) != 0;
+    const bool traced = (data[0] & 0x70) == 0x70;
+    const int callDataLen = static_cast<int>(size - 1);
+    char *callData = static_cast<char *>(malloc(size - 1)); // a read behind its last byte is seen
+    memcpy(callData, data + 1, size - 1);
+    require(!traced || setAPITraceFile("/dev/null") == STAPI_OK, "the trace goes nowhere");
     setAPITraceLevel(traced ? 4 : 0);
-    int bufferLen = FIRST_SIZES[control >> 1 & 7];
-    char *buffer = parse((control & 1) != 0, callData, static_cast<int>(callDataLen), &bufferLen);
-    checkReadings((control & 1) != 0, callData, static_cast<int>(callDataLen));
+    int bufferLen = FIRST_SIZES[data[0] >> 1 & 7];
+    char *buffer = rixstats::newResultSetArea(bufferLen);
+    const auto parse = identifiers ? rixstats::parseIdsData : rixstats::parseStatsData;
+    const int rc = parse(callData, callDataLen, &buffer, &bufferLen);
+    checkReadings(identifiers, callData, callDataLen);
     free(callData); // nothing of it may be needed to use the result set
-    if (buffer != nullptr) use(buffer, bufferLen, traced);
+    if (rc == STAPI_OK) {
+        use(buffer, bufferLen, traced);
+        return 0;
+    }
+    require(rc == STAPI_GATEWAY_EXCHANGE_FAILED || (rc == STAPI_NO_MEMORY && buffer == nullptr),
+            "a reply is parsed, or refused by its code; a buffer that could not grow has been released");
+    free(buffer);
     return 0;
 }

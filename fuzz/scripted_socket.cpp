@@ -1,6 +1,6 @@
 #include "scripted_socket.h"
 
-#include "require.h"
+#include "checks.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -13,21 +13,17 @@ using namespace fuzzing;
 static const uint8_t *script, *nextReply, *endOfReplies;
 static int openSocket = -1;
 
-namespace fuzzing {
-
-void startScript(const uint8_t *input, std::size_t size)
+void fuzzing::startScript(const uint8_t *input, std::size_t size)
 {
     script = input;
     nextReply = input + CONTROL_SIZE;
     endOfReplies = input + size;
 }
 
-bool socketClosed()
+bool fuzzing::socketClosed()
 {
     return openSocket == -1;
 }
-
-} // namespace fuzzing
 
 static void requireOurs(int socketDesc)
 {
@@ -47,23 +43,15 @@ int __wrap_socket(int, int, int)
     return openSocket;
 }
 
-int __wrap_setsockopt(int socketDesc, int, int, const void *, socklen_t)
-{
-    requireOurs(socketDesc);
-    return 0;
-}
-
-int __wrap_ioctl(int socketDesc, unsigned long, ...)
-{
-    requireOurs(socketDesc);
-    return 0;
-}
-
-int __wrap_connect(int socketDesc, const sockaddr *, socklen_t)
-{
-    requireOurs(socketDesc);
-    return 0;
-}
+#define SUCCEEDS(call, ...)                                                                                            \
+    int __wrap_##call(int socketDesc, __VA_ARGS__)                                                                     \
+    {                                                                                                                  \
+        requireOurs(socketDesc);                                                                                       \
+        return 0;                                                                                                      \
+    }
+SUCCEEDS(setsockopt, int, int, const void *, socklen_t)
+SUCCEEDS(ioctl, unsigned long, ...)
+SUCCEEDS(connect, const sockaddr *, socklen_t)
 
 int __wrap_select(int count, fd_set *, fd_set *, fd_set *, timeval *)
 {

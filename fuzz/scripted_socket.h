@@ -12,7 +12,6 @@ namespace fuzzing {
 
 enum Control : unsigned
 {
-    NAMED = 1,            // ask for named groups and statistics, not for all
     MANY_DESCRIPTORS = 8, // the socket's number is one for which a plain fd_set has no room
     ENDS_BY_ERROR = 16,   // behind the last byte, rather than by an orderly close
     TRACED = 0xE0         // all three: it is slow, and is to be chosen seldom

@@ -1,33 +1,34 @@
 // Every byte that a connection sends in its life, written out by hand.
 #include "gateway_fixture.h"
 
+#include <sstream>
+
 using namespace apitest;
 using namespace rixgwsim;
 
 namespace {
 
-// As hexadecimal digits alone: hexadecimal digits with blanks, and texts in quotes; or bytes, where all is quoted.
-std::string digitsOf(const std::string &notation, bool allQuoted = false)
+// Of words: hexadecimal digits, or a text in quotes.
+Bytes bytesOf(const std::string &notation)
 {
-    std::string digits;
-    bool quoted = false;
-    for (const char c : notation) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '\'' && !allQuoted)
-            quoted = !quoted;
-        else if (quoted || allQuoted)
-            digits += {"0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 15]};
-        else if (c != ' ')
-            digits += c;
+    Bytes bytes;
+    std::istringstream words(notation);
+    for (std::string word; words >> word;) {
+        if (word.front() == '\'') {
+            appendRaw(bytes, word.substr(1, word.size() - 2));
+            continue;
+        }
+        for (std::size_t i = 0; i < word.size(); i += 2)
+            appendU8(bytes, static_cast<std::uint8_t>(std::stoi(word.substr(i, 2), nullptr, 16)));
     }
-    return digits;
+    return bytes;
 }
 
 using WireTest = GatewayTest;
 
 const std::string kBean =
-    "0002 'US' 0002 'en' 0000 003C 'DefaultDomain:ProdId=com.yst.rix,Activity=Control,type=Stats'";
-const std::string kSignature = "00000001 0010 'java.lang.String'";
+    "0002 'US' 0002 'en' 0000 003C 'DefaultDomain:ProdId=com.yst.rix,Activity=Control,type=Stats' ";
+const std::string kSignature = "00000001 0010 'java.lang.String' ";
 const std::string kHandshake = "'Gate' 00700000 00000005 00000000 00000000 00000004 'BASE' 00 00000012 "
                                "0002 'en' 0002 'GB' 00000000000000000000";
 const std::string kFirstAuth = "'Gate' 00700000 00000001 00000000 00000000 00000004 'Auth' 00 00000004 00000000";
@@ -50,8 +51,8 @@ TEST_F(WireTest, RequestsAreTheseBytesAndEchoTheGateway)
     const std::string head = "'Gate' 00810203 00000001 00000000";
     const std::string name = "00000005 'Admin' A5 ";
     const std::string secondAuth = head + "01000021 00000004 'Auth' A5 00000014 ";
-    const std::string query = "0009 'GET_STATS' 00000001 ACED000574 0003 'a:b'" + kSignature;
-    const std::string all = "00000001 ACED000574 0000" + kSignature;
+    const std::string query = "0009 'GET_STATS' 00000001 ACED000574 0003 'a:b' " + kSignature;
+    const std::string all = "00000001 ACED000574 0000 " + kSignature;
     const std::vector<std::string> expected = {
         kHandshake,
         kFirstAuth,
@@ -61,20 +62,19 @@ TEST_F(WireTest, RequestsAreTheseBytesAndEchoTheGateway)
         kInitial,
         head + "05000061" + name + "00000083 00000005 F1020304 00000077" + kBean + query,
         kInitial,
-        head + "07000081" + name + "0000007F 00000005 F1020304 00000073" + kBean + "0008 'STAT_IDS'" + all,
+        head + "07000081" + name + "0000007F 00000005 F1020304 00000073" + kBean + "0008 'STAT_IDS' " + all,
         kInitial,
-        head + "090000A1" + name + "00000086 00000005 F1020304 0000007A" + kBean + "000F 'RESOURCE_GROUPS'" + all,
+        head + "090000A1" + name + "00000086 00000005 F1020304 0000007A" + kBean + "000F 'RESOURCE_GROUPS' " + all,
         kClose};
     open(options);
-    RIX_ResultSetToken_t resultSet = nullptr;
-    EXPECT_EQ(STAPI_OK, getStatsByStatId(gateway, "a:b", &resultSet));
-    EXPECT_EQ(STAPI_OK, getStatIds(gateway, &resultSet));
-    EXPECT_EQ(STAPI_OK, getResourceGroupIds(gateway, &resultSet));
+    ask(kStatsById, "a:b");
+    ask(kIds);
+    ask(kGroupIds);
     EXPECT_EQ(STAPI_OK, closeGatewayConnection(&gateway));
     const std::vector<Request> sent = simulator->requests();
     ASSERT_EQ(expected.size(), sent.size());
     for (std::size_t i = 0; i < sent.size(); ++i)
-        EXPECT_EQ(digitsOf(expected[i]), digitsOf(std::string(sent[i].bytes.begin(), sent[i].bytes.end()), true)) << i;
+        EXPECT_EQ(bytesOf(expected[i]), sent[i].bytes) << i;
 }
 
 } // namespace

@@ -11,7 +11,7 @@ namespace {
 void expectSweep(const std::string &outcome, std::string_view call, std::initializer_list<int> errors, int times = 1)
 {
     for (const int error : errors)
-        EXPECT_EQ(outcome, sweep(kQueries[3], {call, error, times})) << call << " with " << error;
+        EXPECT_EQ(outcome, sweep(kIdsByGroup, {call, error, times})) << call << " with " << error;
 }
 
 TEST(CallsDeathTest, EveryFailingCallIsToldByItsCodeAndLeavesNothing)
@@ -35,43 +35,31 @@ TEST(CallsDeathTest, EveryFailingCallIsToldByItsCodeAndLeavesNothing)
     expectSweep("open -118, open -122, query -122, close 0", "recv",
                 {ECONNRESET, ETIMEDOUT, EBADF, ENOMEM, EHOSTUNREACH});
     expectSweep("close 0", "close", {EIO, EINTR});
-}
-
-TEST(CallsDeathTest, InterruptionsChangeNothing)
-{
-    for (const char *const call : {"select", "send", "recv"})
-        expectSweep("open 0, query 0, close 0", call, {EINTR}, 7);
+    for (const char *const interrupted : {"select", "send", "recv"})
+        expectSweep("open 0, query 0, close 0", interrupted, {EINTR}, 7);
 }
 
 class ConnectWaitTest : public GatewayTest
 {
 protected:
-    ~ConnectWaitTest() override
+    // A connect in progress, interrupted after each of these seconds and then without answer: the seconds waited for.
+    std::vector<int> waitsOf(const std::vector<time_t> &interruptions)
     {
+        std::vector<int> waits;
+        connectWait = [&](const timeval &timeout) {
+            waits.push_back(static_cast<int>(timeout.tv_sec));
+            if (waits.size() > interruptions.size()) return 0;
+            clockAhead = interruptions[waits.size() - 1];
+            errno = EINTR;
+            return -1;
+        };
+        injection = {"connect", EINPROGRESS};
+        EXPECT_EQ(STAPI_CONNECT_TIMED_OUT, connect());
         connectWait = nullptr;
         clockAhead = 0;
-        injection = {};
+        return waits;
     }
 };
-
-// A connect in progress, interrupted after each of these seconds and then without answer: the seconds waited for.
-std::vector<int> waitsOf(int port, const std::vector<time_t> &interruptions)
-{
-    std::vector<int> waits;
-    connectWait = [&](const timeval &timeout) {
-        waits.push_back(static_cast<int>(timeout.tv_sec));
-        if (waits.size() > interruptions.size()) return 0;
-        clockAhead = interruptions[waits.size() - 1];
-        errno = EINTR;
-        return -1;
-    };
-    clockAhead = 0;
-    injection = {"connect", EINPROGRESS};
-    char *version = nullptr;
-    RIX_GatewayToken_t gateway = nullptr;
-    EXPECT_EQ(STAPI_CONNECT_TIMED_OUT, openGatewayConnection(port, &gateway, &version));
-    return waits;
-}
 
 TEST_F(ConnectWaitTest, LastsSixtySecondsWithoutInterruptionsAndTheRestAfterOne)
 {
@@ -82,7 +70,7 @@ TEST_F(ConnectWaitTest, LastsSixtySecondsWithoutInterruptionsAndTheRestAfterOne)
         {{59}, {60, 1}}, {{0}, {60, 1}},   {{60}, {60, 1}},
         {{61}, {60, 1}}, {{-5}, {60, 1}},  {{0, 0, 10, 30, 90}, {60, 1, 1, 50, 30, 1}}};
     for (const auto &[interruptions, waits] : rows)
-        EXPECT_EQ(waits, waitsOf(simulator->port(), interruptions)) << testing::PrintToString(interruptions);
+        EXPECT_EQ(waits, waitsOf(interruptions)) << testing::PrintToString(interruptions);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 // to fail in one thread, while the gateway's threads in the same process go on undisturbed.
 #pragma once
 
+#include "channel.h"
 #include "gateway_fixture.h"
 
 #include <fcntl.h>
@@ -34,44 +35,23 @@ extern thread_local time_t clockAhead;
 // Blocks that the library has allocated in this thread and not freed, address lists among them.
 extern thread_local long liveBlocks;
 
-struct Query
+// So many open files, or none where the system does not allow them.
+inline std::vector<rixgwsim::Descriptor> openFiles(rlim_t count)
 {
-    const char *name;
-    bool hasText;
-    int (*ask)(RIX_GatewayToken_t, RIX_ResultSetToken_t *);
-    apitest::Walk (*read)(RIX_ResultSetToken_t);
-};
-extern const Query kQueries[6];
-
-// Has so many files open while it lives, where the system allows it.
-class OpenFiles
-{
-public:
-    explicit OpenFiles(rlim_t count)
-    {
-        getrlimit(RLIMIT_NOFILE, &before);
-        const rlimit raised = {std::max(before.rlim_cur, count + 100), before.rlim_max};
-        allowed = setrlimit(RLIMIT_NOFILE, &raised) == 0;
-        while (allowed && taken.size() < count)
-            taken.push_back(open("/dev/null", O_RDONLY));
-    }
-    ~OpenFiles()
-    {
-        for (const int descriptor : taken)
-            close(descriptor);
-        setrlimit(RLIMIT_NOFILE, &before);
-    }
-    bool allowed;
-
-private:
-    rlimit before = {};
-    std::vector<int> taken;
-};
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::max(limit.rlim_cur, count + 100);
+    std::vector<rixgwsim::Descriptor> files;
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) return files;
+    while (files.size() < count)
+        files.emplace_back(open("/dev/null", O_RDONLY));
+    return files;
+}
 
 // Lets one call after another fail, each in a fresh process, until a whole life of the library passes untouched. What
 // became of the calls that were struck: "open -111, open -118, query -122 ...", equal neighbours once. Fails the test
 // where a call did not keep its promises, or anything is left behind. In a fresh process the first call is struck too:
 // tests of a sweep stand in suites named DeathTest, which GoogleTest runs before those that call the library.
-std::string sweep(const Query &query, Injection fault);
+std::string sweep(const apitest::Query &query, Injection fault);
 
 } // namespace fault

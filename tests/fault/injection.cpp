@@ -32,6 +32,24 @@ static bool fails(std::string_view call)
         return fails(#call) ? (failure) : __real_##call arguments;                                                     \
     }
 
+// replaces: how many live blocks the new one takes the place of.
+#define ALLOCATE(call, replaces, parameters, arguments)                                                                \
+    void *__real_##call parameters;                                                                                    \
+    void *__wrap_##call parameters                                                                                     \
+    {                                                                                                                  \
+        void *const made = fails("allocate") ? nullptr : __real_##call arguments;                                      \
+        liveBlocks += made != nullptr ? 1 - (replaces) : 0;                                                            \
+        return made;                                                                                                   \
+    }
+
+#define RELEASE(call, Block)                                                                                           \
+    void __real_##call(Block *);                                                                                       \
+    void __wrap_##call(Block *block)                                                                                   \
+    {                                                                                                                  \
+        liveBlocks -= block != nullptr;                                                                                \
+        __real_##call(block);                                                                                          \
+    }
+
 extern "C" {
 
 DIVERT(int, pthread_mutex_init, errno, (pthread_mutex_t * mutex, const pthread_mutexattr_t *how), (mutex, how))
@@ -51,13 +69,6 @@ int __wrap_getaddrinfo(const char *host, const char *service, const addrinfo *hi
     const int rc = __real_getaddrinfo(host, service, hints, found);
     liveBlocks += rc == 0;
     return rc;
-}
-
-void __real_freeaddrinfo(addrinfo *);
-void __wrap_freeaddrinfo(addrinfo *found)
-{
-    --liveBlocks;
-    __real_freeaddrinfo(found);
 }
 
 int __real_getsockopt(int, int, int, void *, socklen_t *);
@@ -89,35 +100,10 @@ time_t __wrap_time(time_t *)
     return __real_time(nullptr) + fault::clockAhead;
 }
 
-void *__real_malloc(size_t);
-void *__wrap_malloc(size_t size)
-{
-    void *const block = fails("allocate") ? nullptr : __real_malloc(size);
-    liveBlocks += block != nullptr;
-    return block;
-}
-
-void *__real_calloc(size_t, size_t);
-void *__wrap_calloc(size_t count, size_t size)
-{
-    void *const block = fails("allocate") ? nullptr : __real_calloc(count, size);
-    liveBlocks += block != nullptr;
-    return block;
-}
-
-void *__real_realloc(void *, size_t);
-void *__wrap_realloc(void *block, size_t size)
-{
-    void *const moved = fails("allocate") ? nullptr : __real_realloc(block, size);
-    liveBlocks += block == nullptr && moved != nullptr;
-    return moved;
-}
-
-void __real_free(void *);
-void __wrap_free(void *block)
-{
-    liveBlocks -= block != nullptr;
-    __real_free(block);
-}
+ALLOCATE(malloc, 0, (size_t size), (size))
+ALLOCATE(calloc, 0, (size_t count, size_t size), (count, size))
+ALLOCATE(realloc, block != nullptr, (void *block, size_t size), (block, size))
+RELEASE(free, void)
+RELEASE(freeaddrinfo, addrinfo)
 
 } // extern "C"

@@ -1,6 +1,7 @@
 // Memory and locks that cannot be had: each single allocation of the library fails once.
 #include "faults.h"
 
+using namespace apitest;
 using namespace fault;
 
 namespace {
@@ -21,14 +22,14 @@ TEST(MemoryDeathTest, EveryFailingAllocationIsToldByItsCodeAndLeavesNothing)
 
 TEST(MemoryDeathTest, AllocationsForHighDescriptorsMayFailToo)
 {
-    const OpenFiles files(1100);
-    if (!files.allowed) GTEST_SKIP() << "so many descriptors are not allowed here";
-    expectSweep(kQueries[2]);
+    const auto files = openFiles(1100);
+    if (files.empty()) GTEST_SKIP() << "so many descriptors are not allowed here";
+    expectSweep(kStats);
 }
 
 TEST(MemoryDeathTest, LocksThatCannotBeMadeFailTheFirstCallAlone)
 {
-    EXPECT_EQ("version -121, version -2", sweep(kQueries[1], {"pthread_mutex_init", EAGAIN}));
+    EXPECT_EQ("version -121, version -2", sweep(kIds, {"pthread_mutex_init", EAGAIN}));
 }
 
 } // namespace

@@ -3,23 +3,11 @@
 
 #include <sys/mman.h>
 
-#include <iostream>
-
 using namespace apitest;
 
 namespace fault {
 
-const Query kQueries[6] = {
-    {"getResourceGroupIds", false, getResourceGroupIds, readIds},
-    {"getStatIds", false, getStatIds, readIds},
-    {"getStats", false, getStats, readStats},
-    {"getStatIdsByStatGroupId", true,
-     [](auto token, auto *set) { return getStatIdsByStatGroupId(token, "Requests", set); }, readIds},
-    {"getStatsByStatId", true, [](auto token, auto *set) { return getStatsByStatId(token, "Busy:nosuch", set); },
-     readStats},
-    {"getStatsByStatGroupId", true, [](auto token, auto *set) { return getStatsByStatGroupId(token, "Workers", set); },
-     readStats},
-};
+static const char queryText[] = "Workers:nosuch";
 
 // What the fault did, for the process that sweeps. The text is a literal, at the same place in both processes.
 struct Strike
@@ -66,13 +54,13 @@ static Walk live(int port, const Query &query)
         EXPECT_TRUE(token == nullptr && version == nullptr) << "no connection after a failure";
         return {};
     }
-    if (!did("query", query.ask(token, &resultSet))) {
+    if (!did("query", query.ask(token, queryText, &resultSet))) {
         EXPECT_EQ(nullptr, resultSet);
         if (strike->code != STAPI_NO_MEMORY) {
             EXPECT_EQ(STAPI_GATEWAY_TOKEN_NOT_FOUND, closeGatewayConnection(&token)) << "it ends with its failure";
             return {};
         }
-        did("query", query.ask(token, &resultSet)); // the connection has not suffered
+        did("query", query.ask(token, queryText, &resultSet)); // the connection has not suffered
     }
     useResultSet(resultSet, query);
     const Walk items = query.read(resultSet);
@@ -116,10 +104,7 @@ std::string sweep(const Query &query, Injection fault)
                       return testing::Test::HasFailure() ? -1 : 0;
                   }))
             << query.name << ": " << fault.call << " number " << fault.nth << " with " << fault.error;
-        if (strike->call == nullptr) {
-            std::cout << fault.call << " failed at " << fault.nth - 1 << " points of " << query.name << std::endl;
-            return outcome;
-        }
+        if (strike->call == nullptr) return outcome;
         const std::string now = strike->call + (" " + std::to_string(strike->code));
         if (now != last) outcome += (last.empty() ? "" : ", ") + now;
         last = now;

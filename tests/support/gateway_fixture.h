@@ -9,6 +9,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstddef>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -24,28 +26,42 @@ inline std::string textOf(const char *text, int length)
     return {text, static_cast<std::size_t>(length)};
 }
 
+inline std::string itemOf(const RIX_IdData_t &data)
+{
+    return textOf(data.idPtr, data.idLen);
+}
+inline std::string itemOf(const RIX_StatData_t &data)
+{
+    return textOf(data.statIdPtr, data.statIdLen) + "=" + textOf(data.statValuePtr, data.statValueLen);
+}
 template <class Data>
 std::string describe(const Data &data)
 {
+    EXPECT_EQ(sizeof data == sizeof(RIX_IdData_t) ? "RIXIDSET" : "RIXSTSET", textOf(data.eyecatcher, 8));
     const std::string element = textOf(data.queryElementPtr, data.queryElementLen);
     const std::string head = element + "(" + std::to_string(data.queryElementRC) + ")";
-    constexpr bool ids = std::is_same_v<Data, RIX_IdData_t>;
-    EXPECT_EQ(ids ? "RIXIDSET" : "RIXSTSET", textOf(data.eyecatcher, 8));
-    if (data.queryElementRC < 0) return head;
-    if constexpr (ids)
-        return head + " " + textOf(data.idPtr, data.idLen);
-    else
-        return head + " " + textOf(data.statIdPtr, data.statIdLen) + "=" + textOf(data.statValuePtr, data.statValueLen);
+    return data.queryElementRC < 0 ? head : head + " " + itemOf(data);
+}
+
+template <class Data>
+std::string itemFields(const Data &data)
+{
+    const std::size_t start = offsetof(Data, queryElementRC) + sizeof data.queryElementRC;
+    return {reinterpret_cast<const char *>(&data) + start, sizeof data - start};
 }
 
 template <class Data, class First, class Next>
 Walk walk(RIX_ResultSetToken_t resultSet, First first, Next next)
 {
     Walk items;
-    Data data = {};
+    Data data;
+    memset(&data, 'b', sizeof data);
     int rc = first(resultSet, &data);
-    for (; rc == STAPI_OK && items.size() < 10000; rc = next(resultSet, &data))
+    for (; rc == STAPI_OK && items.size() < 10000; rc = next(resultSet, &data)) {
         items.push_back(describe(data));
+        EXPECT_TRUE(data.queryElementRC >= 0 || itemFields(data) == std::string(itemFields(data).size(), 'b'));
+        memset(&data, 'b', sizeof data);
+    }
     EXPECT_EQ(STAPI_END_OF_RESULTS, rc);
     EXPECT_EQ(STAPI_END_OF_RESULTS, next(resultSet, &data)) << "the end of a walk does not stay";
     return items;
@@ -83,6 +99,27 @@ inline std::ptrdiff_t countDescriptors()
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
+// The six queries; ask() leaves the text aside where a query has none.
+struct Query
+{
+    const char *name;
+    bool hasText;
+    int (*ask)(RIX_GatewayToken_t, const char *text, RIX_ResultSetToken_t *);
+    Walk (*read)(RIX_ResultSetToken_t);
+};
+template <int (*call)(RIX_GatewayToken_t, RIX_ResultSetToken_t *)>
+int withoutText(RIX_GatewayToken_t token, const char *, RIX_ResultSetToken_t *resultSet)
+{
+    return call(token, resultSet);
+}
+inline const Query kGroupIds = {"getResourceGroupIds", false, withoutText<getResourceGroupIds>, readIds};
+inline const Query kIds = {"getStatIds", false, withoutText<getStatIds>, readIds};
+inline const Query kStats = {"getStats", false, withoutText<getStats>, readStats};
+inline const Query kIdsByGroup = {"getStatIdsByStatGroupId", true, getStatIdsByStatGroupId, readIds};
+inline const Query kStatsById = {"getStatsByStatId", true, getStatsByStatId, readStats};
+inline const Query kStatsByGroup = {"getStatsByStatGroupId", true, getStatsByStatGroupId, readStats};
+inline const Query kQueries[] = {kGroupIds, kIds, kStats, kIdsByGroup, kStatsById, kStatsByGroup};
+
 // Two groups of statistics whose values never change.
 inline rixgwsim::Options smallOptions()
 {
@@ -102,13 +139,7 @@ inline rixgwsim::Options smallOptions()
 inline rixgwsim::Faults refusal(int fromFlow, int gatewayRc, int adminRc = 0, bool exceptionFlag = false,
                                 int authRc = 0)
 {
-    rixgwsim::Faults faults;
-    faults.faultsFromFlow = fromFlow;
-    faults.gatewayRc = gatewayRc;
-    faults.adminRc = adminRc;
-    faults.exceptionFlag = exceptionFlag;
-    faults.authRc = authRc;
-    return faults;
+    return {authRc, gatewayRc, adminRc, exceptionFlag, fromFlow};
 }
 // Closes the connection inside the reply to this flow.
 inline rixgwsim::Faults dropInside(int flow, std::size_t atByte)
@@ -154,6 +185,13 @@ protected:
     {
         start(std::move(options));
         if (connect() != STAPI_OK) throw std::runtime_error("cannot open a connection");
+    }
+
+    RIX_ResultSetToken_t ask(const Query &query, const std::string &text = "") const
+    {
+        RIX_ResultSetToken_t resultSet = nullptr;
+        EXPECT_EQ(STAPI_OK, query.ask(gateway, text.c_str(), &resultSet)) << query.name;
+        return resultSet;
     }
 
     // The simulator's ends of the connections are descriptors of this process too.

@@ -4,11 +4,10 @@
 
 #include "stapi_rix_diag.h"
 
-#include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <gmock/gmock.h>
 #include <memory>
 #include <string>
 
@@ -18,9 +17,7 @@ namespace unit {
 
 inline std::string word(int value)
 {
-    std::string bytes(sizeof value, '\0');
-    memcpy(bytes.data(), &value, sizeof value);
-    return bytes;
+    return {reinterpret_cast<const char *>(&value), sizeof value};
 }
 
 inline std::string counted(const std::string &text)
@@ -53,22 +50,11 @@ inline std::string wireText(const std::string &text)
 inline std::unique_ptr<char[]> exactCopy(const std::string &bytes)
 {
     std::unique_ptr<char[]> copy(new char[bytes.size()]);
-    if (!bytes.empty()) memcpy(copy.get(), bytes.data(), bytes.size());
+    bytes.copy(copy.get(), bytes.size());
     return copy;
 }
 
 // ---- Trace output
-
-inline std::string formatted(const char *format, ...) __attribute__((format(printf, 1, 2)));
-inline std::string formatted(const char *format, ...)
-{
-    char text[1024];
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    return text;
-}
 
 // Takes the trace output while it lives.
 class TraceCapture
@@ -76,7 +62,9 @@ class TraceCapture
 public:
     explicit TraceCapture(int level = 0)
     {
-        rixstats::initTrace();
+        EXPECT_EQ(rixstats::initTrace(), 0); // may be repeated
+        EXPECT_EQ(rixstats::statAPITraceHandle, stderr);
+        EXPECT_STREQ(rixstats::statAPITraceFilename, "stderr");
         rixstats::statAPITraceHandle = stream = open_memstream(&buffer, &size);
         rixstats::statAPITrace = level;
     }
