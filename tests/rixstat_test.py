@@ -66,7 +66,8 @@ class Forms(Files):
 
     def test_keep_every_byte_and_digit(self):
         odd = b'a,"b"\t\\c \xc3\xa9 \xff\xc3\x01 e'
-        texts = {"Odd": odd, "Padded": b"007", "Long": b"12345678901234567890123", "Small": b"-0.50", "Not": b"1.7.0"}
+        texts = {"Odd": odd, "Padded": b"007", "Long": b"12345678901234567890123", "Small": b"-0.50", "Not": b"1.7.0",
+                 "Quoted": b'"a" b'}
         lines = b"".join(b"text %s %s\n" % (k.encode(), v) for k, v in texts.items())
         path = self.file("odd.catalogue", b"group G\n" + lines)
         with Simulator("--catalogue", path) as gateway:
@@ -87,9 +88,11 @@ class Forms(Files):
             def get(form):
                 return rixstat("--port", gateway.port, "-o", form, "get", "Queue_Length", "Nobody", "Z*")
             shown = {form: get(form) for form in ("name", *RUNNING_FORMS)}
+            nothing = rixstat("--port", gateway.port, "-o", "csv", "watch", "Z*")
         for form, result in shown.items():
             self.assertEqual((1, 2), (result.returncode, result.stderr.count("\n")), form)
             self.assertRegex(result.stderr, r"Nobody.*-1(.|\n)*matches Z\*")
+        self.assertEqual((1, 1, 1), (nothing.returncode, nothing.stdout.count("\n"), nothing.stderr.count("\n")))
         self.assertEqual("Queue_Length\n", shown["name"].stdout)
         self.assertIn(",Nobody,,,-1\n", shown["csv"].stdout)
         self.assertEqual({"element": "Nobody", "id": None, "value": None, "code": -1},
@@ -116,7 +119,9 @@ class Forms(Files):
         for row in json.loads(ping.stdout)["items"]:
             self.assertEqual(5, row["count"])
             self.assertTrue(0 < row["min_ms"] <= row["mean_ms"] <= row["max_ms"] and row["p99_ms"] == row["max_ms"], row)
-        self.assertEqual((0, 6), (doctor.returncode, len(read_prometheus(doctor.stdout)["rixstat_doctor_ms"])))
+        doctor_metrics = read_prometheus(doctor.stdout)
+        self.assertEqual((0, 6), (doctor.returncode, len(doctor_metrics["rixstat_doctor_ms"])))
+        self.assertNotIn("rixstat_up", doctor_metrics, "the same if nothing had answered")
         self.assertRegex(rixstat("version").stdout, r"rixstat +\d+\.\d+\.\d+\nlibrary +1_1_0_1\n")
 
 
@@ -137,13 +142,13 @@ class Watch(Files):
         self.assertLess(max(min(abs(off), abs(off - 60)) for off in late), 0.06, late)
 
     def test_change_rate_and_restarts(self):
-        path = self.file("c", "group G\ninterval Counter 10 5\ngauge Gauge 100 120 5\ncounter Fast 1000\ntext Word x\n")
+        path = self.file("c", "group G\ninterval Counter 10 5\ngauge Gauge 100 120 5\ngauge Cold -120 -100 5\ncounter Fast 1000\ntext Word x\n")
         with Simulator("--catalogue", path, "--clock-step", "1000") as gateway:
             result = rixstat("--port", gateway.port, "watch", "-i", "0.02", "-n", "24", "-o", "ndjson")
             top = rixstat("--port", gateway.port, "watch", "-i", "0.02", "-n", "2", "-o", "name", "--top", "1", "--by",
                           "delta")
         series = {name: [row for row in self.rows(result.stdout) if row["id"] == f"G_{name}"]
-                  for name in ("Counter", "Gauge", "Word")}
+                  for name in ("Counter", "Gauge", "Cold", "Word")}
         restarts = 0
         for before, after in zip(series["Counter"], series["Counter"][1:]):
             fell = after["value"] < before["value"]
@@ -153,6 +158,7 @@ class Watch(Files):
         self.assertGreaterEqual(restarts, 3)
         self.assertTrue(any(row["change"] and row["change"] < 0 and row["rate"] is None for row in series["Gauge"]))
         self.assertTrue(all(row["rate"] is None or row["rate"] >= 0 for row in self.rows(result.stdout)))
+        self.assertEqual({None}, {row["note"] for row in series["Gauge"] + series["Cold"]})
         self.assertEqual({None}, {row[key] for row in series["Word"] for key in ("change", "rate", "note")})
         self.assertEqual("G_Fast", top.stdout.splitlines()[1])
 
@@ -297,6 +303,10 @@ class Failures(Files):
                 self.check(result, 4, f"{step}.* STAPI_.*no answer within 0.3 seconds.*--timeout")
                 self.assertEqual(step == "closing", result.stdout != "" and len(json.loads(result.stdout)["items"]) == 1)
                 self.assertTrue(0.25 < taken < 3, taken)
+            with SilentAfter(gateway.port, 7) as silent:
+                doctor = rixstat("--port", silent.port, "--timeout", SILENCE, "doctor")
+            self.check(doctor, 4, "closing")
+            self.assertEqual(6, doctor.stdout.count("  ok  "))
             for command in ("groups", "ids", "watch", "ping", "doctor", "dump"):
                 with SilentAfter(gateway.port, 5 if command == "dump" else 1) as silent:
                     result = rixstat("--port", silent.port, "--timeout", SILENCE, command)
@@ -326,9 +336,13 @@ class Failures(Files):
                                     (("--exception", "--faults-from-flow", "7"), 5, "execute")):
             with Simulator(*options) as gateway:
                 get = rixstat("--port", gateway.port, "get")
-                doctor = rixstat("--port", gateway.port, "-o", "csv", "--columns", "result", "--no-headers", "doctor")
-            self.check(get, 5, f"refused.*{word}")
-            self.check(doctor, 5, f"refused.*{word}")
+                watch, ping, dump = [rixstat("--port", gateway.port, name) for name in ("watch", "ping", "dump")]
+                steps = ("--port", gateway.port, "-o", "csv", "--columns", "result", "--no-headers", "doctor")
+                doctor = rixstat(*steps)
+                traced = rixstat("--trace", "1", "--trace-file", os.devnull, *steps)
+            for result in (get, watch, ping, doctor, traced):
+                self.check(result, 5, f"refused.*{word}")
+            self.assertEqual((5, doctor.stdout), (dump.returncode, traced.stdout))
             expected = ["ok"] * step + ["failed"] + ["not tried"] * (5 - step)
             self.assertEqual(expected, doctor.stdout.splitlines(), options)
 
@@ -349,7 +363,7 @@ class Failures(Files):
             self.file("rixstat/config.toml", text)
             return rixstat(*arguments, env={**os.environ, "XDG_CONFIG_HOME": str(self.directory)})
         with Simulator() as gateway:
-            named = f"# mine\nport = 1\n\n[gateways.prod] # live\nhost = '127.0.0.1'\nport = {gateway.port}\n"
+            named = f"# mine\r\nport = 1\n\n[gateways.prod] # live\nhost = '127.0.0.1'\nport = {gateway.port}\n"
             self.assertEqual(0, run(named, "@prod", "-o", "name", "groups").returncode)
             self.assertEqual(0, run(f"port = {gateway.port}\n", "groups").returncode)
             self.check(run(named, "groups"), 3, "port 1:")
@@ -357,25 +371,38 @@ class Failures(Files):
         for text, problem in ((named, r"no gateway @test .*\(there are: @prod\)"),
                               ("port = 1\nhots = 'x'\n", "line 2: no setting hots"),
                               ("port = 'x'\n", "line 1: port must"), ("[other]\n", "line 1: expected"),
-                              ("host = \"a\n", "line 1: expected")):
+                              ("host = \"a\n", "line 1: expected"), ("port = 1\nport = 2\n", "line 2: port is set twice"),
+                              ("[gateways.a]\n[gateways.a]\n", "line 2: there is"), ("#" * 300000, "line 1: is longer")):
             result = run(text, "@test", "groups")
             self.assertEqual(2, result.returncode)
             self.assertRegex(result.stderr, problem)
+        (self.directory / "rixstat/config.toml").unlink()
+        (self.directory / "rixstat/config.toml").mkdir()
+        unreadable = rixstat("version", env={**os.environ, "XDG_CONFIG_HOME": str(self.directory)})
+        self.assertEqual((2, True), (unreadable.returncode, "cannot be read" in unreadable.stderr))
 
 
-class Completion(unittest.TestCase):
+class Completion(Files):
     def complete(self, gateway, *words):
-        script = (f'source "{SOURCE}/tools/rixstat/completions/rixstat.bash"; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); '
-                  '_rixstat; printf "%s\\n" "${COMPREPLY[@]}"')
-        return subprocess.run(["bash", "-c", script, "bash", RIXSTAT, "--port", gateway.port, *words],
-                              capture_output=True, text=True, timeout=20).stdout.split()
+        line = " ".join((RIXSTAT, "--port", gateway.port, *words))
+        script = (f'source "{SOURCE}/tools/rixstat/completions/rixstat.bash"; COMP_LINE=$1 COMP_POINT=${{#1}}; '
+                  '_rixstat rixstat "${1##*[ @=]}"; printf "%s\\n" "${COMPREPLY[@]}"')
+        return subprocess.run(["bash", "-c", script, "bash", line], capture_output=True, text=True, timeout=20,
+                              cwd=self.directory).stdout.split()
 
     def test_offers_commands_forms_and_the_gateways_ids(self):
         with Simulator() as gateway:
             self.assertEqual(["get", "groups"], sorted(self.complete(gateway, "g")))
             self.assertEqual(["json"], self.complete(gateway, "-o", "j"))
+            self.assertEqual(["json"], self.complete(gateway, "--output=j"))
             self.assertEqual(["Workers"], self.complete(gateway, "ids", "Wo"))
             self.assertEqual(["Queue_Length", "Queue_Length_Limit"], self.complete(gateway, "-o", "csv", "watch", "Queue_L"))
+
+    def test_never_runs_what_a_gateway_sends(self):
+        path = self.file("evil.catalogue", "group G\ntext $(>first) 1\ntext `>second` 1\n")
+        with Simulator("--catalogue", path) as gateway:
+            self.assertEqual([r"G_\$\(\>first\)", r"G_\`\>second\`"], self.complete(gateway, "get", "G_"))
+        self.assertEqual(["evil.catalogue"], os.listdir(self.directory))
 
     def test_knows_all_that_help_lists(self):
         helps = [rixstat(*arguments, "--help").stdout for arguments in ((), ("watch",), ("ping",))]

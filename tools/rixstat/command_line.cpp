@@ -2,6 +2,7 @@
 
 #include "codes.h"
 #include "config.h"
+#include "text.h"
 #include "usage_error.h"
 
 #include <CLI/CLI.hpp>
@@ -15,6 +16,8 @@ namespace {
 
 const std::string seeHelp = " (see rixstat --help)";
 
+// Of what is waited for, in seconds.
+constexpr double shortestWait = 0.01;
 constexpr double longestWait = 24 * 3600;
 
 std::string versionText()
@@ -28,6 +31,15 @@ std::string versionText()
 std::string refuseEmpty(const std::string &text)
 {
     return text.empty() ? "must not be empty" : std::string();
+}
+
+// A range of the parser's own would let "nan" through.
+std::string refuseTime(const std::string &text)
+{
+    double seconds = 0;
+    const bool good = CLI::detail::lexical_cast(text, seconds) && seconds >= shortestWait && seconds <= longestWait;
+    return good ? std::string()
+                : text + " is no number from " + shortNumber(shortestWait) + " to " + shortNumber(longestWait);
 }
 
 // The forms and what else --help has to tell.
@@ -67,7 +79,7 @@ void addGatewayOptions(CLI::App &app, Settings &settings, Parts &parts)
                      ->type_name("PORT")
                      ->capture_default_str();
     app.add_option("--timeout", settings.timeout, "Longest wait for each answer of the gateway, in seconds")
-        ->check(CLI::Range(0.01, longestWait))
+        ->check(refuseTime)
         ->type_name("SECONDS")
         ->capture_default_str();
     app.add_option("--trace", settings.traceLevel, "Trace level: 0 off, 1 failures ... 4 everything")
@@ -103,7 +115,7 @@ void addRepeatOptions(CLI::App &parser, const Command &command, CommandLine &lin
 {
     const int most = std::numeric_limits<int>::max();
     parser.add_option("-i,--interval", line.settings.interval, "Seconds from one to the next")
-        ->check(CLI::Range(0.01, longestWait))
+        ->check(refuseTime)
         ->type_name("SECONDS")
         ->default_str(CLI::detail::to_string(command.defaultInterval));
     parser.add_option("-n,--count", line.settings.count, "How many, then end")
@@ -157,6 +169,7 @@ void applyConfig(const Parts &parts, Settings &settings)
         if (parts.gateway == "@" + name) return applyAddress(address, parts, settings);
         known += (known.empty() ? "" : ", ") + std::string("@") + name;
     }
+    if (config.path.empty()) throw UsageError("no gateway " + parts.gateway + ": HOME is not set, so no file is read");
     throw UsageError("no gateway " + parts.gateway + " in " + config.path +
                      (known.empty() ? "" : " (there are: " + known + ")"));
 }
@@ -182,7 +195,9 @@ void parseCommandLine(int argc, char **argv, CommandLine &line)
         app.parse(argc, argv);
         applyConfig(parts, line.settings);
         applyDefaults(line);
-        if (!parts.columns.empty()) line.settings.columns = CLI::detail::split(parts.columns, ',');
+        if (!parts.columns.empty())
+            for (const std::string &name : CLI::detail::split(parts.columns, ','))
+                line.settings.columns.push_back(CLI::detail::trim_copy(name));
     } catch (const CLI::CallForHelp &) {
         line.information = app.help();
     } catch (const CLI::CallForVersion &version) {

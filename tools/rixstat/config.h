@@ -23,7 +23,7 @@ struct GatewayAddress
 
 struct Config
 {
-    std::string path;
+    std::string path; // empty: the user has no home
     GatewayAddress standard;
     std::map<std::string, GatewayAddress> gateways;
 };

@@ -73,8 +73,12 @@ void Examination::run()
     addOpening(session.trace(), session.protocolVersion());
     addQuery(session);
     if (!session.isOpen()) return;
-    session.beginClose();
-    session.endClose();
+    try {
+        session.beginClose();
+        session.endClose();
+    } catch (const Failure &met) {
+        failure = met;
+    }
 }
 
 void Examination::addOpening(const std::vector<TraceLine> &trace, const std::string &version)

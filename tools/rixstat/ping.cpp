@@ -36,9 +36,9 @@ Row summary(const std::string &step, Times times)
     return row;
 }
 
-void round(const Viewer &viewer, Times &connecting, Times &asking)
+void round(const Viewer &viewer, Listening listening, Times &connecting, Times &asking)
 {
-    Session session(viewer.guard, viewer.tap, viewer.settings, Listening::brief);
+    Session session(viewer.guard, viewer.tap, viewer.settings, listening);
     const Clock::time_point start = Clock::now();
     session.open();
     connecting.push_back(since(start));
@@ -54,8 +54,16 @@ void repeat(const Viewer &viewer, Times &connecting, Times &asking)
     Schedule schedule(viewer.settings.interval);
     for (int done = 0; done != viewer.settings.count; ++done) {
         if (done > 0 && viewer.guard.pauseUntil(schedule.next()) == Guard::Pause::readerGone) return;
-        round(viewer, connecting, asking);
+        round(viewer, Listening::brief, connecting, asking);
     }
+}
+
+// To listen for the reason of a refusal takes time that must not be measured, so the failed round is made once more.
+[[noreturn]] void explainAgain(const Viewer &viewer, const Failure &failure)
+{
+    Times unused;
+    if (failure.cause == Cause::broken) round(viewer, Listening::thorough, unused, unused);
+    throw failure;
 }
 
 } // namespace
@@ -70,7 +78,10 @@ ExitStatus runPing(const Viewer &viewer)
     };
     try {
         repeat(viewer, connecting, asking);
-    } catch (...) {
+    } catch (const Failure &failure) {
+        if (!connecting.empty()) showSummary();
+        explainAgain(viewer, failure);
+    } catch (const Interrupted &) {
         if (!connecting.empty()) showSummary();
         throw;
     }

@@ -35,11 +35,6 @@ bool wantsPlainText()
     return noColour != nullptr && *noColour != '\0';
 }
 
-std::string line(const std::string &text)
-{
-    return text + eraseLine + "\n";
-}
-
 // What stands on the terminal scrolls up into its history rather than get lost.
 std::string scrolledAway(size_t height)
 {
@@ -59,24 +54,26 @@ std::string Screen::frame(const std::string &title, const std::string &alarm, co
     const Size size = sizeNow();
     const size_t width = std::max<size_t>(size.width, 2) - 1; // a full line would wrap on some terminals
     const size_t around = 4;                                  // title, header, last line, and the cursor's own
-    const size_t room = size.height > around ? size.height - around : 1;
     const bool styled = !wantsPlainText();
 
     std::vector<Row> rows = document.rows;
-    const size_t hidden = rows.size() - std::min(rows.size(), room);
+    const size_t hidden = rows.size() - std::min(rows.size(), size.height - std::min(size.height, around));
     rows.resize(rows.size() - hidden);
     table.fitTo(width, styled);
 
+    std::vector<std::string> lines = table.lines(document, rows, headers);
+    lines.insert(lines.begin(), cut(title, width));
+    if (!alarm.empty())
+        lines.push_back(styled ? reverse + cut(alarm, width) + plain : cut(alarm, width));
+    else if (hidden > 0)
+        lines.push_back(
+            cut(std::to_string(hidden) + " more rows; to see them: --top, patterns, a taller terminal", width));
+    lines.resize(std::min(lines.size(), size.height - 1)); // one more would scroll
+
     std::string text = (drawn ? "" : scrolledAway(size.height)) + home;
     drawn = true;
-    text += line(cut(title, width));
-    for (const std::string &row : table.lines(document, rows, true))
-        text += line(row);
-    if (!alarm.empty())
-        text += line(styled ? reverse + cut(alarm, width) + plain : cut(alarm, width));
-    else if (hidden > 0)
-        text +=
-            line(cut(std::to_string(hidden) + " more rows; to see them: --top, patterns, a taller terminal", width));
+    for (const std::string &line : lines)
+        text += line + eraseLine + "\n";
     return text + eraseBelow;
 }
 

@@ -18,13 +18,14 @@ public:
     // Whether standard output is a terminal that can be redrawn.
     static bool isThere();
 
-    explicit Screen(bool groupThousands) : table(groupThousands) {}
+    Screen(bool groupThousands, bool withHeaders) : table(groupThousands), headers(withHeaders) {}
 
     // All that has to be written to show the title, the document's rows, and the alarm if there is one.
     std::string frame(const std::string &title, const std::string &alarm, const Document &document);
 
 private:
     Table table;
+    const bool headers;
     bool drawn = false;
 };
 

@@ -25,13 +25,14 @@ void Series::compare(History &history, Row &row, Clock::time_point when)
     row.changed = row[fieldValue] != history.value;
     if (!now || !before) return;
     const double seconds = std::chrono::duration<double>(when - history.when).count();
-    if (now->value < before->value && now->value > before->value / 2) history.gauge = true;
-    if (now->value < before->value && !history.gauge) {
+    const bool fell = now->value < before->value;
+    if (fell && (now->value < 0 || now->value > before->value / 2)) history.gauge = true;
+    if (fell && !history.gauge) {
         row[fieldNote] = "restarted";
         return;
     }
     row[fieldChange] = difference(*now, *before);
-    if (now->value < before->value || seconds <= 0) return;
+    if (fell || seconds <= 0) return;
     const double rate = (now->value - before->value) / seconds;
     row[fieldRate] = fixed(rate, 3);
     keep(history.rates, rate);

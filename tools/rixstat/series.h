@@ -27,8 +27,8 @@ private:
     {
         std::string value;
         Clock::time_point when;
-        // A value that has fallen by less than half was no counter. One that falls to less than half, and has never
-        // done otherwise, is taken for a counter that was restarted.
+        // A value that has fallen by less than half, or below zero, was no counter. One that falls to less than half,
+        // and has never done otherwise, is taken for a counter that was restarted.
         bool gauge = false;
         std::vector<double> values; // of late
         std::vector<double> rates;

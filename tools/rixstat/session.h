@@ -66,6 +66,8 @@ public:
 
     // What the library traced in the last call.
     const std::vector<TraceLine> &trace() const { return heard; }
+    // For the calls to come.
+    void listen(Listening how) { listening = how; }
 
 private:
     void run(const std::string &step, const std::function<int()> &call);
@@ -73,7 +75,7 @@ private:
     Guard &guard;
     TraceTap &tap;
     const Settings &settings;
-    const Listening listening;
+    Listening listening;
     RIX_GatewayToken_t token = nullptr;
     std::string version;
     std::future<void> closed;

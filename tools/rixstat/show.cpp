@@ -47,14 +47,18 @@ ExitStatus runGet(const Viewer &viewer)
 ExitStatus runDump(const Viewer &viewer)
 {
     Selection selection(Content::values, viewer.settings.ids);
-    Session session(viewer.guard, viewer.tap, viewer.settings, Listening::brief);
+    Session session(viewer.guard, viewer.tap, viewer.settings, Listening::thorough);
     session.open();
     selection.resolve(session);
     viewer.tap.speakPlainly();
     // Before the query, whose result set would else be dumped twice and whose failure would end the connection.
     require(dumpState(), "dumping the state");
-    if (!selection.empty())
-        require(dumpResultSet(session.ask(Content::values, selection.ids())), "dumping the result set");
+    if (!selection.empty()) {
+        viewer.tap.listenAgain();
+        const RIX_ResultSetToken_t results = session.ask(Content::values, selection.ids());
+        viewer.tap.speakPlainly();
+        require(dumpResultSet(results), "dumping the result set");
+    }
     session.beginClose();
     const ExitStatus status = reportFailures({}, selection.unmatched(), viewer.settings);
     session.endClose();

@@ -1,6 +1,6 @@
 // Listens to the library's trace: it tells of a failure what the return code does not, whether the gateway refused or
-// the connection broke, and at which step of an opening. What the user has asked to be traced goes where the user wants
-// it.
+// the connection broke, and at which step of an opening. What the user has asked to be traced, and no more, goes where
+// the user wants it.
 #ifndef RIXSTAT_TRACE_TAP_H
 #define RIXSTAT_TRACE_TAP_H
 
@@ -15,6 +15,7 @@ struct TraceLine
 {
     int point = 0;        // names the place in the library that wrote the line
     int milliseconds = 0; // of the day
+    int level = 0;        // the lowest trace level at which the library writes it
     std::string text;     // all of it
 };
 
@@ -27,21 +28,26 @@ public:
     TraceTap(const TraceTap &) = delete;
     TraceTap &operator=(const TraceTap &) = delete;
 
-    // From here on the trace is listened to, at this level, or at the user's if there is one.
+    // From here on the trace is listened to, at this level, or at the user's if that is higher: what a failure is taken
+    // for never depends on what the user wants to see.
     void listen(int level);
-    // What has been traced since, without dumps; or nothing, cheaply, where it is not wanted. Quiet again, unless the
-    // user traces.
+    // What has been traced since, without dumps; or nothing, cheaply, where it is not wanted. Back to the user's level.
     std::vector<TraceLine> heard(bool wanted);
 
-    // From here on dumps go to the user's file or standard error, and nothing is heard any more.
+    // What the library writes goes straight to the user's file or standard error, and is not heard, until the call of
+    // listenAgain.
     void speakPlainly();
+    void listenAgain();
 
 private:
+    void followUsersFile();
     std::string takeText();
+    void show(const std::string &text) const;
     void forget();
 
     const int userLevel;
     const std::string userFile;
+    const bool direct;   // the library writes to the user's file itself
     int descriptor = -1; // of the file that the trace goes to; -1: it cannot be read back
     bool ours = false;   // a file of ours, which nobody else reads
     off_t position = 0;  // up to where it has been read

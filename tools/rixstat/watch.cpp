@@ -36,6 +36,7 @@ public:
 private:
     Document next();
     void connect();
+    void resolve();
     Document sample();
     Document gap();
     void lose(const Failure &failure);
@@ -44,6 +45,7 @@ private:
     std::string title(const Document &document) const;
     std::string alarm() const;
     std::string outageText() const;
+    bool isOver() const;
     ExitStatus status() const;
 
     const Viewer &viewer;
@@ -67,15 +69,16 @@ Watch::Watch(const Viewer &given)
     : viewer(given), settings(given.settings), presenter(given), selection(Content::values, given.settings.ids)
 {
     if (!Screen::isThere() || (settings.form != "table" && settings.form != "wide")) return;
-    screen.emplace(settings.form == "table");
+    screen.emplace(settings.form == "table", !settings.noHeaders);
     presenter.useScreenFields();
 }
 
 ExitStatus Watch::run()
 {
     Schedule schedule(settings.interval);
-    while (show(next()) && shown != settings.count)
+    while (show(next()) && !isOver())
         if (viewer.guard.pauseUntil(schedule.next()) == Guard::Pause::readerGone) break;
+    if (screen && selection.empty()) reportFailures({}, selection.unmatched(), settings); // the screen has hidden it
     if (session) {
         session->beginClose();
         session->endClose();
@@ -103,17 +106,25 @@ Document Watch::next()
 
 void Watch::connect()
 {
-    session.emplace(viewer.guard, viewer.tap, settings, Listening::brief);
+    session.emplace(viewer.guard, viewer.tap, settings, Listening::thorough);
     session->open();
+    resolve();
+    if (shown == 0 && reportFailures({}, selection.unmatched(), settings) != exitGood) complete = false;
+}
+
+void Watch::resolve()
+{
     selection.resolve(*session);
     if (presenter.shows(fieldGroup)) groups = groupsOfIds(*session);
-    if (shown == 0 && reportFailures({}, selection.unmatched(), settings) != exitGood) complete = false;
 }
 
 Document Watch::sample()
 {
+    // A gateway that has just been started may not list yet what the patterns stand for.
+    if (selection.empty()) resolve();
     std::vector<Row> rows = rowsOf(selection.fetch(*session), Content::values);
     const Clock::time_point answered = Clock::now();
+    session->listen(Listening::brief); // should it fail later on, the next connection tells more
     addGroups(rows, groups);
     series.follow(rows, answered);
     for (Row &row : rows) {
@@ -188,6 +199,12 @@ std::string Watch::alarm() const
 std::string Watch::outageText() const
 {
     return describe(outage->failure, settings);
+}
+
+// Patterns that match nothing from the start are a slip, too, and would show nothing for ever.
+bool Watch::isOver() const
+{
+    return shown == settings.count || (shown == 1 && selection.empty());
 }
 
 ExitStatus Watch::status() const

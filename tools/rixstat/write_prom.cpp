@@ -100,7 +100,8 @@ public:
         const Fields &fields = document.fields;
         const bool statistics = std::count(fields.begin(), fields.end(), fieldValue) != 0;
         Exposition exposition;
-        exposition.add("rixstat_up", "Whether the gateway answered.", "", document.gap.empty() ? "1" : "0");
+        if (std::count(fields.begin(), fields.end(), fieldGroup) != 0) // else it is not about what a gateway has
+            exposition.add("rixstat_up", "Whether the gateway answered.", "", document.gap.empty() ? "1" : "0");
         for (const Row &row : document.rows) {
             if (row.failed)
                 exposition.add("rixstat_element_code", "The gateway's codes for what it could not answer.",

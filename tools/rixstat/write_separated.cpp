@@ -15,9 +15,10 @@ std::string quoted(const std::string &cell)
     return text + "\"";
 }
 
+// Tabulators have been escaped. Some readers take a quote at the start for the beginning of a quoted cell.
 std::string unquoted(const std::string &cell)
 {
-    return cell; // a tabulator has been escaped
+    return cell[0] == '"' ? "\\x22" + cell.substr(1) : cell;
 }
 
 class SeparatedWriter : public Writer
@@ -31,7 +32,7 @@ public:
     std::string write(const Document &document) override
     {
         std::string text;
-        if (headerDue) text = line(document.fields, [](Field field) { return infoOf(field).name; });
+        if (headerDue) text = line(document.fields, [](Field field) { return std::string(infoOf(field).name); });
         headerDue = false;
         for (const Row &row : document.gap.empty() ? document.rows : gapRows(document))
             text += line(document.fields, [&](Field field) { return quote(printable(row[field])); });
@@ -44,8 +45,10 @@ private:
     {
         std::string text;
         for (const Field field : fields)
-            text += (field == fields.front() && text.empty() ? "" : std::string(1, separator)) + cellOf(field);
-        return text + "\n";
+            text += cellOf(field) + separator;
+        text.back() = '\n';
+        // The only cell of its line is quoted when it is empty: readers pass over lines without anything.
+        return text == "\n" && separator == ',' ? "\"\"\n" : text;
     }
 
     bool headerDue;
