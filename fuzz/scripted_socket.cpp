@@ -25,6 +25,8 @@ bool fuzzing::socketClosed()
     return openSocket == -1;
 }
 
+constexpr std::size_t MOST_BYTES = std::size_t{1} << 20;
+
 static void requireOurs(int socketDesc)
 {
     require(socketDesc >= 0 && socketDesc == openSocket, "a call names the open socket");
@@ -34,6 +36,7 @@ static void requireOurs(int socketDesc)
 extern "C" {
 
 int __real_close(int desc);
+void *__real_malloc(std::size_t size);
 void *__real_calloc(std::size_t count, std::size_t size);
 
 int __wrap_socket(int, int, int)
@@ -90,10 +93,14 @@ int __wrap_close(int desc)
 }
 
 // Memory for a reply is asked for by the length that the gateway states: here there is little of it.
+void *__wrap_malloc(std::size_t size)
+{
+    return size <= MOST_BYTES ? __real_malloc(size) : nullptr;
+}
+
 void *__wrap_calloc(std::size_t count, std::size_t size)
 {
-    const std::size_t mostBytes = std::size_t{1} << 20;
-    return size == 0 || count <= mostBytes / size ? __real_calloc(count, size) : nullptr;
+    return size == 0 || count <= MOST_BYTES / size ? __real_calloc(count, size) : nullptr;
 }
 
 } // extern "C"

@@ -9,20 +9,23 @@
 
 namespace rixstats {
 
-// At most 16 MiB are kept, and only while there is a connection.
+// At most 16 MiB are kept, and only while there is a connection. More threads at once than there are areas for fetch
+// theirs from the system.
 constexpr int KEPT_AREAS = 4;
 constexpr size_t LEAST_KEPT_SIZE = 1 << 10;
 constexpr size_t MOST_KEPT_SIZE = 4 << 20;
 
-// Null if there is no memory. That of a request is zeroed, so that it can hold nothing of the process but what is
-// written.
-char *newReplyArea(size_t size);
+// Null if there is no memory. A request's is zeroed, a reply's may hold an earlier one.
 char *newRequestArea(size_t size);
+char *newReplyArea(size_t size);
+
+// For a reply that came short: nothing else is in its area.
+void zeroAreaBehind(char *area, size_t used);
 
 // Takes null too.
 void freeFlowArea(char *area);
 
-void dropKeptAreas();
+bool dropKeptAreas(); // whether there were any
 
 } // namespace rixstats
 

@@ -40,7 +40,6 @@ static void setConnStatus(Internal_GatewayToken_t *token, int connStatus)
 
 void setResultSetBuffer(Internal_GatewayToken_t *token, char *buffer, int bufferLen)
 {
-    if (buffer == token->resultSetBuf && bufferLen == token->resultSetBufLen) return;
     requestLock(&gtlLock);
     token->resultSetBuf = buffer;
     token->resultSetBufLen = bufferLen;

@@ -67,7 +67,7 @@ static int buildQuery(Internal_ResultSetToken_t *rs, QueryText *query, char **id
 {
     collectIds(rs, query);
     if (query->length == 0) return STAPI_NO_IDS_FOR_QUERY;
-    memcpy(rs->validatedQueryPtr, query->text, static_cast<size_t>(query->length) + 1);
+    memcpy(rs->validatedQueryPtr, query->text, QUERY_TEXT_SIZE); // zeros behind the text, as callers may know it
     *idQueryStringPtr = rs->validatedQueryPtr;
     EVENT(1141, "API.getIdQuery Created query string %s from results in result set token %p\n", *idQueryStringPtr,
           ptr(rs));

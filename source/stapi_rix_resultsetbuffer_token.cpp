@@ -19,8 +19,8 @@ static Internal_ResultSetToken_t *allocateToken()
     return token;
 }
 
-// An empty text. What is behind its zero byte is nobody's to read, so the area's pages stay untouched, and cost a
-// connection nothing, until a query is built in them.
+// An empty text. Until a query is built, nobody is shown the area: its pages stay untouched, and cost a connection
+// nothing.
 static char *allocateQueryText()
 {
     char *text = static_cast<char *>(malloc(QUERY_TEXT_SIZE));

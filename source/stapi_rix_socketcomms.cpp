@@ -169,7 +169,9 @@ static int readReplyBody(int socketDesc, char **data, GatewayRequest *header, Re
     }
     int received = 0;
     const int readRc = readFromSocket(socketDesc, header->datalength, *data, &received);
-    header->datalength = received; // a body cut short is judged by what came, not by what was announced
+    // A body cut short is judged by what came, not by what was announced, and there is nothing else behind that.
+    if (received < header->datalength) zeroAreaBehind(*data, static_cast<size_t>(received));
+    header->datalength = received;
     if (readRc == 0) return STAPI_OK;
     reasons->socketErrno = readRc;
     return STAPI_GATEWAY_EXCHANGE_FAILED;

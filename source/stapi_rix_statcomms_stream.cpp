@@ -57,8 +57,8 @@ static inline void copyWord(ScanCopy &copy, uint32_t word)
 
 constexpr size_t SHORT_TEXT = 32;
 
-// A text of the reply that lies there in one piece. A short one is copied with what stands behind it: a fixed size needs
-// no call and no branch on the length, which no processor can foresee. The next write overwrites the surplus.
+// A text of the reply that lies there in one piece. A short one is copied with what stands behind it: a fixed size
+// needs no call and no branch on the length, which no processor can foresee. The next write overwrites the surplus.
 static inline void copyText(ScanCopy &copy, const Reader &in, const uint8_t *text, size_t length)
 {
     copyWord(copy, static_cast<uint32_t>(length));
@@ -78,6 +78,14 @@ static void endCopy(ScanCopy &copy)
     memcpy(copy.cursor, &RESULT_SET_TERMINATOR, sizeof RESULT_SET_TERMINATOR);
     const size_t behind = static_cast<size_t>(copy.end - copy.cursor) + RESULT_SET_SPARE;
     memset(copy.cursor + sizeof RESULT_SET_TERMINATOR, 0, behind < SHORT_TEXT ? behind : SHORT_TEXT);
+}
+
+// A copy that came to nothing leaves nothing: a storage dump may show what the parser does not write over.
+static void wipeCopy(char *area, int areaSize, const ScanCopy &copy)
+{
+    const size_t touched = static_cast<size_t>(copy.cursor - area) + SHORT_TEXT;
+    const size_t size = static_cast<size_t>(areaSize);
+    memset(area, 0, touched < size ? touched : size);
 }
 
 static void expectU8(Reader &in, uint8_t expected)
@@ -349,7 +357,10 @@ ReplyStructure scanReply(const char *rawData, int rawDataLen, bool ofStatistics,
     structure.holds = !in.bytes.bad && bytesLeft(in.bytes) == 0;
     structure.references = met.references;
     structure.copied = structure.holds && copy.whole;
-    if (structure.copied) endCopy(copy);
+    if (structure.copied)
+        endCopy(copy);
+    else if (areaSize > 0)
+        wipeCopy(area, areaSize, copy);
     return structure;
 }
 

@@ -228,7 +228,8 @@ TEST(Structure, OneByteOffAndTheFixedSkipsReadTheReply)
     const std::string front = "RIXIDSET" + word(1) + counted("all") + word(0) + word(1);
     const std::string bySkips = front + counted(std::string("abw\2", 4)) + TERMINATOR;
     expectResultSet(parse(parseIdsData, sound), front + counted("abcd") + TERMINATOR);
-    expectResultSet(parse(parseIdsData, sound + "x"), bySkips);
+    // So many bytes that the scan has copied some of them by then: none may stay.
+    expectResultSet(parse(parseIdsData, sound + std::string(40, 'x')), bySkips);
     expectResultSet(parse(parseIdsData, std::string(sound).replace(2, 1, "m")), bySkips);
 }
 
