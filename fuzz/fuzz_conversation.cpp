@@ -46,6 +46,13 @@ static bool isLoss(int rc)
     return rc == STAPI_COMMS_FAILURE || rc == STAPI_GATEWAY_EXCHANGE_FAILED;
 }
 
+// A gateway's own result in the authorisation may be one of the numbers that mean these inside the library.
+static bool isNoConnection(int rc)
+{
+    return rc == STAPI_CONNECT_FAILED || rc == STAPI_HOST_NOT_FOUND || rc == STAPI_CONNECT_TIMED_OUT ||
+           rc == STAPI_CONNECTION_REFUSED || rc == STAPI_NETWORK_UNREACHABLE;
+}
+
 static bool open(RIX_GatewayToken_t *gateway)
 {
     char *version = nullptr;
@@ -54,7 +61,7 @@ static bool open(RIX_GatewayToken_t *gateway)
         require(version != nullptr && strlen(version) < PROTOCOL_VERSION_SIZE, "a connection has its version");
         return true;
     }
-    require(isLoss(rc) || rc == STAPI_NO_MEMORY || rc == STAPI_CONNECT_FAILED, "an open that fails says so");
+    require(isLoss(rc) || rc == STAPI_NO_MEMORY || isNoConnection(rc), "an open that fails says so");
     require(*gateway == nullptr && version == nullptr, "an open that fails hands nothing out");
     return false;
 }

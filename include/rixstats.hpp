@@ -17,8 +17,8 @@
 //  2. Lifetime. The texts of items are views into the result set of the connection: they live until the next query on
 //     it, or its end, and so does the answer itself. answer::copy_to() makes a result_set that lives on, and whose
 //     views live as long as it does.
-//  3. Threads. Only the thread that opened a connection may query it and walk its answers; a result_set may be walked by
-//     any thread, one at a time. No object of this header may be used by two threads at once: a watchdog that ends
+//  3. Threads. Only the thread that opened a connection may query it and walk its answers; a result_set may be walked
+//     by any thread, one at a time. No object of this header may be used by two threads at once: a watchdog that ends
 //     another thread's query is given handle() beforehand and calls closeGatewayConnection() on that.
 //  4. Ends. A query that ends its connection leaves the connection object closed: is_open() tells, open() starts anew.
 //     The handle is forgotten then, as the library may give the same one to the next connection.
@@ -135,7 +135,8 @@ public:
 } // namespace detail
 
 // Of the library's codes. message() tells text, name and number: "port outside 1..65535 (STAPI_BAD_PORT, -107)".
-inline const std::error_category &category() noexcept
+// Visible even where all else is hidden: codes of several shared libraries compare equal only if this is one object.
+RIXSTATS_API inline const std::error_category &category() noexcept
 {
     static const detail::code_category instance;
     return instance;
@@ -220,6 +221,14 @@ inline int fetch(RIX_ResultSetToken_t set, bool first, statistic &item) noexcept
     return code;
 }
 
+// What i++ gives: *i++ is the item that i stood at.
+template <typename Value>
+struct passed
+{
+    Value value;
+    const Value &operator*() const noexcept { return value; }
+};
+
 // One walk over a result set, which is where the library keeps the read position.
 template <typename Item>
 struct walk
@@ -268,7 +277,12 @@ public:
         stop_at_end();
         return *this;
     }
-    void operator++(int) noexcept { ++*this; }
+    detail::passed<Item> operator++(int) noexcept
+    {
+        const detail::passed<Item> item = {**this};
+        ++*this;
+        return item;
+    }
     friend bool operator==(const item_iterator &a, const item_iterator &b) noexcept { return a.walk == b.walk; }
     friend bool operator!=(const item_iterator &a, const item_iterator &b) noexcept { return !(a == b); }
 
@@ -298,7 +312,10 @@ public:
     int code() const noexcept { return result; } // the gateway's result for the element
     bool failed() const noexcept { return result < 0; }
 
-    item_iterator<Item> begin() const noexcept { return {*walk, name.data()}; } // once: it does not start over
+    item_iterator<Item> begin() const noexcept // once: it does not start over
+    {
+        return walk == nullptr ? end() : item_iterator<Item>(*walk, name.data());
+    }
     item_iterator<Item> end() const noexcept { return {}; }
 
 private:
@@ -330,7 +347,12 @@ public:
         take_group();
         return *this;
     }
-    void operator++(int) noexcept { ++*this; }
+    detail::passed<value_type> operator++(int) noexcept // what it gives has no items any more
+    {
+        const detail::passed<value_type> passed_group = {group};
+        ++*this;
+        return passed_group;
+    }
     friend bool operator==(const group_iterator &a, const group_iterator &b) noexcept { return a.walk == b.walk; }
     friend bool operator!=(const group_iterator &a, const group_iterator &b) noexcept { return !(a == b); }
 
@@ -377,13 +399,14 @@ public:
     // The query's failure, after which the range is empty, or the failure that ended the walk before its end.
     std::error_code status() const noexcept { return error(walk.code == STAPI_END_OF_RESULTS ? STAPI_OK : walk.code); }
 
-    item_iterator<Item> begin() noexcept
+    // Both need an answer that has a name, or a range-for's: iterators and groups point to it.
+    item_iterator<Item> begin() &noexcept
     {
         walk.start();
         return {walk, nullptr};
     }
     item_iterator<Item> end() const noexcept { return {}; }
-    group_range groups() noexcept { return group_range(*this); } // to be used while the answer lives
+    group_range groups() &noexcept { return group_range(*this); }
 
     // Makes a copy that outlives the next query and the connection.
     [[nodiscard]] std::error_code copy_to(result_set &copy) const noexcept;
@@ -472,13 +495,15 @@ public:
     {
         close();
         opened fresh;
-        return keep(openRemoteGatewayConnection(host.c_str(), port, &fresh.token, &fresh.version), fresh);
+        const int code = openRemoteGatewayConnection(host.c_str(), port, &fresh.token, &fresh.version);
+        return keep(code, fresh);
     }
     [[nodiscard]] std::error_code open(int port) noexcept // on this host
     {
         close();
         opened fresh;
-        return keep(openGatewayConnection(port, &fresh.token, &fresh.version), fresh);
+        const int code = openGatewayConnection(port, &fresh.token, &fresh.version);
+        return keep(code, fresh);
     }
 
     // Says good-bye to the gateway and waits for its answer. Success also where nothing is open.
@@ -502,7 +527,7 @@ public:
     }
 
     // The six queries; each makes what earlier answers of this connection handed out invalid. Elements are parted by
-    // colons: "Workers:Storage".
+    // colons: "Workers:Storage". An empty text asks for all.
     answer<identifier> group_ids() noexcept { return query<identifier>(getResourceGroupIds); }
     answer<identifier> ids() noexcept { return query<identifier>(getStatIds); }
     answer<identifier> ids_in_groups(text groups) noexcept

@@ -90,6 +90,7 @@ class Binding(unittest.TestCase):
             self.assertEqual(["48", "2", "7", "\udcfe"], [stat.value for stat in connection.statistics_by_id(*ids)])
             self.assertRaises(ValueError, connection.statistics_by_id)
             self.assertRaises(ValueError, connection.statistics_by_id, "a\0b")
+            self.assert_fails(Code.STAPI_BAD_PORT, rixstats.Connection, "127.0.0.1", 2**32 + int(gateway.port))
         self.assertEqual([("Requests", 0, 2), ("Requests", 0, 2), ("Nobody", -1, 0), ("Empty", 0, 0)],
                          [(group.element, group.code, len(group)) for group in some.groups])
         self.assertEqual({"Nobody": -1}, some.failed)
@@ -110,6 +111,8 @@ class Binding(unittest.TestCase):
                 os._exit(0)
             os.waitpid(child, 0)
             connection.ids()
+            with self.assertWarns(ResourceWarning):
+                gateway.connect()  # and left
             rixstats.close_all()
             self.assert_fails(Code.STAPI_GATEWAY_TOKEN_NOT_FOUND, connection.ids)
             self.assertTrue(connection.closed)
@@ -167,6 +170,12 @@ class Programs(unittest.TestCase):
         self.assertEqual((0, ""), (watched.returncode, watched.stderr))
         self.assertRegex(watched.stdout, r"\n\n(?s:.*)Requests_Received +\d+ +\+\d+\.\d\d/s\n")
         self.assertEqual(2, watched.stdout.count("Nobody failed with gateway code -1\n"))
+
+    def test_without_the_library_python_tells_where_to_name_it(self):
+        for file in ("nowhere/librixstats.so.1", "libc.so.6"):
+            told = run(sys.executable, "-c", "import rixstats; rixstats.library_version()",
+                       env={**os.environ, "RIXSTATS_LIBRARY": file}).stderr
+            self.assertRegex(told, rf"\nOSError: cannot use {file} .* set RIXSTATS_LIBRARY")
 
     @needs_library
     def test_watch_group_in_python(self):

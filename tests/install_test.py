@@ -75,7 +75,7 @@ def setUpModule():
     global PREFIX, ENVIRONMENT, ARCHIVE, EXAMPLES
     if KIND == "--build":
         PREFIX = pathlib.Path(WORK.name, "prefix")
-        run(CMAKE, "--install", WHERE, "--prefix", PREFIX)
+        run(CMAKE, "--install", pathlib.Path(WHERE).resolve(), "--prefix", PREFIX.name, cwd=PREFIX.parent)
     else:
         PREFIX = pathlib.Path(WHERE, "usr")
     ARCHIVE = only("lib/**/librixstats.a")

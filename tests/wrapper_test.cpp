@@ -32,6 +32,12 @@ static_assert(!std::is_copy_constructible_v<rixstats::connection> &&
 static_assert(std::is_nothrow_move_constructible_v<rixstats::connection>);
 static_assert(std::is_nothrow_move_assignable_v<rixstats::result_set>);
 
+// What algorithms ask of an input iterator beyond what the tests below do with it.
+template <typename Iterator, typename Value = typename Iterator::value_type>
+constexpr bool gives_its_value_on_the_way = std::is_convertible_v<decltype(*std::declval<Iterator &>()++), Value>;
+static_assert(gives_its_value_on_the_way<rixstats::item_iterator<rixstats::statistic>>);
+static_assert(gives_its_value_on_the_way<rixstats::group_iterator<rixstats::identifier>>);
+
 template <typename Items>
 std::string joined(Items &&items)
 {
@@ -84,14 +90,15 @@ void answersAreRanges(rixstats::connection &gateway)
     std::string query;
     CHECK(!some.id_query(query) && query.find("Requests_Refused:") != std::string::npos);
     auto named = gateway.statistics_by_id(query);
-    CHECK(named.begin()->id == "Requests_Received" && named.begin()->value == "48");
+    auto place = named.begin();
+    CHECK((*place++).id == "Requests_Received" && place->id == "Requests_Refused" && place->value == "2");
 }
 
 void copiesLiveOn(rixstats::connection &gateway)
 {
     rixstats::result_set copy;
     CHECK(!copy && copy.statistics().status() == STAPI_NULL_RESULT_SET_TOKEN);
-    CHECK(!gateway.statistics().copy_to(copy));
+    CHECK(!gateway.group_ids().copy_to(copy) && !gateway.statistics().copy_to(copy)); // replaces the first
     CHECK(joined(gateway.group_ids()) == "Requests Empty Workers "); // fills the connection's result set anew
     rixstats::result_set kept = std::move(copy);
     inThread([&kept] { CHECK(joined(kept.statistics()) == "Requests_Received Requests_Refused Workers_Busy "); });
@@ -104,6 +111,8 @@ void failuresAreTold(rixstats::connection &gateway, int port)
     inThread([&gateway] { CHECK(gateway.statistics().status() == STAPI_WRONG_THREAD); });
     auto ids = gateway.ids();
     inThread([&ids] { CHECK(joined(ids).empty() && ids.status() == STAPI_WRONG_THREAD); });
+    rixstats::connection &itself = gateway;
+    gateway = std::move(itself);
     CHECK(gateway.is_open());
 
     rixstats::connection other;

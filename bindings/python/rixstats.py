@@ -15,7 +15,8 @@ bytes survive the way to a str and back into a query.
 
 Threads. A connection may be queried only by the thread that opened it (Error with STAPI_WRONG_THREAD otherwise): each
 thread opens its own. Any thread may close it, also while a query waits for the gateway; the query then fails. A query
-waits without a time limit, and other Python threads run meanwhile.
+waits without a time limit, and other Python threads run meanwhile. Ctrl-C is not noticed before a call has returned: a
+program whose gateway may fall silent makes its queries in a second thread, and closes the connection from the first.
 
 Forks. A child process opens its own connections. What it inherits it cannot query, and close() leaves it to the parent.
 
@@ -217,10 +218,15 @@ _ARGUMENTS: dict[str, list[Any]] = {
 
 @functools.lru_cache(maxsize=None)
 def _library() -> ctypes.CDLL:
-    library = ctypes.CDLL(os.environ.get("RIXSTATS_LIBRARY", "librixstats.so.1"))
-    for name, arguments in _ARGUMENTS.items():
-        getattr(library, name).argtypes = arguments
-        getattr(library, name).restype = _INT
+    file = os.environ.get("RIXSTATS_LIBRARY") or "librixstats.so.1"
+    try:
+        library = ctypes.CDLL(file)
+        for name, arguments in _ARGUMENTS.items():
+            getattr(library, name).argtypes = arguments
+            getattr(library, name).restype = _INT
+    except (OSError, AttributeError) as failure:  # no such file; a library without the calls
+        raise OSError(f"cannot use {file} as the library rixstats: {failure}. Install librixstats, or set "
+                      "RIXSTATS_LIBRARY to the name of its file") from failure
     return library
 
 
@@ -228,6 +234,11 @@ def _call(name: str, *arguments: Any) -> None:
     code = getattr(_library(), name)(*arguments)
     if code != Code.STAPI_OK:
         raise Error(name, code)
+
+
+def _in_int(number: int) -> int:
+    """The nearest number that an int holds, which is refused as well: ctypes would cut off bits."""
+    return max(-2**31, min(number, 2**31 - 1))
 
 
 def _encoded(text: str) -> bytes:
@@ -276,7 +287,7 @@ class Connection:
         self._handle: Optional[int] = None
         self._process = os.getpid()
         handle, version = ctypes.c_void_p(), ctypes.c_char_p()
-        _call("openRemoteGatewayConnection", _encoded(host), port, ctypes.byref(handle), ctypes.byref(version))
+        _call("openRemoteGatewayConnection", _encoded(host), _in_int(port), ctypes.byref(handle), ctypes.byref(version))
         self._handle = handle.value
         self.protocol_version: str = (version.value or b"").decode("utf-8", "surrogateescape")
 
@@ -378,7 +389,7 @@ def trace_level() -> int:
 
 def set_trace_level(level: int) -> None:
     """Sets the trace level of the process: 0 (off) to 5."""
-    _call("setAPITraceLevel", level)
+    _call("setAPITraceLevel", _in_int(level))
 
 
 def set_trace_file(path: Optional[str]) -> None:
