@@ -186,8 +186,8 @@ RIXSTATS_API int closeAllGatewayConnections(void);
  * Each query asks the gateway on an open connection and, on success, stores the handle of the connection's result set,
  * rewound to its start, in the caller's variable: always the same handle for one connection. The result set that an
  * earlier query left there is gone; copyResultSet() keeps one. A query text is a list of identifiers separated by
- * colons ("Requests:Workers"; "" asks for all), at most 32,765 bytes; an identifier that the gateway does not know fails
- * as an element of the result set, not as a call.
+ * colons ("Requests:Workers"; "" asks for all), at most 32,765 bytes; an identifier that the gateway does not know
+ * fails as an element of the result set, not as a call.
  *
  * Only the thread that opened the connection may query it. A query waits for the gateway without a time limit.
  *
