@@ -1,6 +1,6 @@
 // The trace facility: process-wide trace state, trace lines of a fixed layout, storage dumps. Every module traces
 // through the macros below, which cost one load and one branch while their level is off and evaluate no argument then.
-// Calls the lock module alone.
+// Calls the lock module and the one that knows the process id.
 //
 // A function announces itself with ENTRY and EXIT, errors with EXC, notable happenings with EVENT, internals with
 // DEBUG; DATA announces a storage dump and writes it. The first argument is the trace point: a fixed number that

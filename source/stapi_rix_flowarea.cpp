@@ -71,7 +71,7 @@ char *newReplyArea(size_t size)
 char *newRequestArea(size_t size)
 {
     char *area = newReplyArea(size);
-    if (area != nullptr) zeroAreaBehind(area, 0);
+    if (area != nullptr && canBeKept(size)) memset(area, 0, size); // no more of it is sent
     return area;
 }
 

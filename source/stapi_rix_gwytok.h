@@ -1,6 +1,6 @@
 // Gateway tokens: the records of open connections, and the process-wide list of all of them. A caller's handle is
 // trusted only after it has been found on this list. Calls connecting, the statistics exchange (for the protocol
-// version), result-set tokens, locks and the trace facility.
+// version), result-set tokens, locks and the trace facility; drops the kept areas for flows with the last connection.
 //
 // gtlLock guards the list; it is taken before the trace lock where both are held. Nothing waits for a gateway under it.
 //

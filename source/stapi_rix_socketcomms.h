@@ -1,6 +1,6 @@
 // The gateway's flow protocol on a connected socket. A flow is one request and its reply, each a header and a body; the
 // control flows greet a gateway and take leave of it, the admin flow carries the management-bean calls. Calls the trace
-// facility alone.
+// facility and takes its memory from the areas for flows.
 //
 // Flow results: 0; -1 nothing was sent or waiting failed; STAPI_NO_MEMORY; STAPI_GATEWAY_EXCHANGE_FAILED the reply
 // could not be read or is malformed; or the gateway's own non-zero result from the reply header.

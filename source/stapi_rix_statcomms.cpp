@@ -14,7 +14,7 @@ int getInitAdminRequest(int socketDesc, AdminRequest *admin, ReasonCodes *reason
           ptr(admin), ptr(reasons));
     admin->header = newRequestHeader(FLOW_TYPE_REQUEST, ADMIN_REQUEST_NAME, 4);
     admin->callType = ADMIN_CALL_INITIAL;
-    admin->callData = nullptr;
+    admin->callData = admin->callDataArea = nullptr;
     const int rc = flowAdminRequest(socketDesc, admin, reasons);
     EXIT(2215, "stapi_rix_statcomms.getInitAdminRequest(socketDesc=%d, admin=%p, reasons=%p) rc=%d\n", socketDesc,
          ptr(admin), ptr(reasons), rc);

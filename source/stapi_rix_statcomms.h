@@ -37,7 +37,7 @@ int statCommsString(int socketDesc, const char *queryType, const char *queryStri
 int statComms(int socketDesc, const char *queryType, char **buffer, int *bufferLen, ReasonCodes *reasons);
 
 // Reply parsers: rawDataLen bytes of call data into a result-set buffer. STAPI_OK; STAPI_GATEWAY_EXCHANGE_FAILED for a
-// malformed reply; STAPI_NO_MEMORY if the buffer could not grow: then *resultSetBuffer is null.
+// malformed reply; STAPI_NO_MEMORY: *resultSetBuffer is null if it was the buffer that could not grow.
 int parseStatsData(const char *rawData, int rawDataLen, char **resultSetBuffer, int *resultSetBufferLen);
 int parseIdsData(const char *rawData, int rawDataLen, char **resultSetBuffer, int *resultSetBufferLen);
 

@@ -10,7 +10,8 @@
 //   statistic   5 | block header | identifier text | value text, running on into further blocks if need be | 2
 //
 // A reply that holds to the structure of an object stream may have block headers anywhere in its block data; the reader
-// follows them then (see stapi_rix_statcomms_stream.h).
+// follows them then (see stapi_rix_statcomms_stream.h). Mostly the scan that finds that out has copied the result set
+// already: what follows serves the replies that it left, traced, grown, repeated or read by fixed skips.
 #include "stapi_rix_statcomms.h"
 
 #include "stapi_rix_diag.h"
@@ -154,7 +155,7 @@ static int copyElementHead(ReplyReader &in, ResultSetWriter *out)
     return queryRc;
 }
 
-// While nothing is traced a scan may leave nothing to do.
+// While nothing is traced the scan may copy the whole result set; then there is nothing left to do.
 static ReplyStructure scan(const char *rawData, int rawDataLen, bool ofStatistics, char *area, int areaSize)
 {
     return scanReply(rawData, rawDataLen, ofStatistics, area, traceOn(Line::exc) ? 0 : areaSize);

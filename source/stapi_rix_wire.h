@@ -44,7 +44,7 @@ inline void spoil(Reader &reader)
     reader.pos = reader.end;
 }
 
-// The only function that moves the read position forward.
+// Moves the read position forward: for all but the short ways of a scan, which compare with bytesLeft() themselves.
 inline const uint8_t *take(Reader &reader, size_t count)
 {
     if (count > bytesLeft(reader)) {
