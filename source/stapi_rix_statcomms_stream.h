@@ -46,8 +46,8 @@ typedef struct _ReplyStructure
     bool copied;     // the result set is in the area already, as the parsers would have written it
 } ReplyStructure;
 
-// area: of areaSize bytes, and the spare ones behind them, for the result set of a reply that holds to the structure. It
-// is copied on the way. With an areaSize of 0 nothing is.
+// area: of areaSize bytes, and the spare ones behind them, for the result set of a reply that holds to the structure.
+// It is copied on the way. With an areaSize of 0 nothing is.
 ReplyStructure scanReply(const char *rawData, int rawDataLen, bool ofStatistics, char *area, int areaSize);
 
 // The parsers with the way of reading given: parseIdsData() and parseStatsData() choose it by a scan.
