@@ -144,7 +144,8 @@ static void traceOpened(const RIX_GatewayToken_t *gwTokPtr, const Internal_Gatew
 }
 
 // The token is on the list before it is connected, so that a failure ends in an ordinary deletion.
-static int openConnection(RIX_GatewayToken_t *gwTokPtr, const char *hostname, int port)
+static int openConnection(const RIX_GatewayToken_t *gwTokPtr, const char *hostname, int port,
+                          Internal_GatewayToken_t **newToken)
 {
     Internal_GatewayToken_t *token = nullptr;
     int rc = allocateChained(&token, port);
@@ -153,14 +154,15 @@ static int openConnection(RIX_GatewayToken_t *gwTokPtr, const char *hostname, in
     if (rc == STAPI_OK) rc = readVersion(token);
     if (rc != STAPI_OK) return removeGatewayTokenInUse(&token) == STAPI_OK ? rc : STAPI_COMMS_FAILURE;
     traceOpened(gwTokPtr, token);
-    *gwTokPtr = token;
+    *newToken = token;
     return STAPI_OK;
 }
 
-int createGatewayToken(RIX_GatewayToken_t *gwTokPtr, const char *hostname, int port)
+int createGatewayToken(const RIX_GatewayToken_t *gwTokPtr, const char *hostname, int port,
+                       Internal_GatewayToken_t **newToken)
 {
     ENTRY(2000, "stapi_rix_gwytok.createGatewayToken(&gwTokPtr=%p,port=%d)\n", ptr(gwTokPtr), port);
-    const int rc = openConnection(gwTokPtr, hostname, port);
+    const int rc = openConnection(gwTokPtr, hostname, port, newToken);
     EXIT(2001, "stapi_rix_gwytok.createGatewayToken(&gwTokPtr=%p,port=%d) rc=%d\n", ptr(gwTokPtr), port, rc);
     return rc;
 }
@@ -262,15 +264,13 @@ static bool takeOffList(Internal_GatewayToken_t *token, Internal_GatewayToken_t 
     return true;
 }
 
-int endGatewayTokenUse(RIX_GatewayToken_t *gwTokPtr)
+int endGatewayTokenUse(Internal_GatewayToken_t *gwTokPtr)
 {
     requestLock(&gtlLock);
-    (*gwTokPtr)->inUse = false;
-    const bool closed = (*gwTokPtr)->closed;
+    const bool closed = gwTokPtr->closed;
+    if (!closed) gwTokPtr->inUse = false;
     releaseLock(&gtlLock);
-    if (!closed) return STAPI_OK;
-    releaseToken(gwTokPtr, false);
-    return STAPI_COMMS_FAILURE;
+    return closed ? STAPI_COMMS_FAILURE : STAPI_OK;
 }
 
 // Takes a token that the walk limit of the list keeps from being found off it, if it is on the list at all.

@@ -33,9 +33,11 @@ extern stapilock gtlLock;
 int initGTL(); // result of initializeLock()
 
 // Opens a connection: a new token on the list, its socket connected and greeted, its protocol version read. The calling
-// thread has it in use then, until endGatewayTokenUse(). On failure nothing is left and *gwTokPtr is unchanged;
-// STAPI_COMMS_FAILURE if another thread closed the connection meanwhile.
-int createGatewayToken(RIX_GatewayToken_t *gwTokPtr, const char *hostname, int port);
+// thread has it in use then, until endGatewayTokenUse(). On failure nothing is left and *newToken is unchanged;
+// STAPI_COMMS_FAILURE if another thread closed the connection meanwhile. gwTokPtr: the caller's variable, which is
+// named in the trace and not touched.
+int createGatewayToken(const RIX_GatewayToken_t *gwTokPtr, const char *hostname, int port,
+                       Internal_GatewayToken_t **newToken);
 
 // STAPI_OK for a token on the list that the calling process and thread opened: the thread has it in use then. Else
 // STAPI_GATEWAY_TOKEN_NOT_FOUND, STAPI_WRONG_PROCESS, STAPI_WRONG_THREAD. The token is not looked into unless it is on
@@ -43,8 +45,8 @@ int createGatewayToken(RIX_GatewayToken_t *gwTokPtr, const char *hostname, int p
 int verifyGatewayToken(Internal_GatewayToken_t *gwTokPtr);
 
 // Ends the use of a token by the calling thread. STAPI_OK; or STAPI_COMMS_FAILURE if another thread closed the
-// connection meanwhile: then the token has been released and *gwTokPtr is null.
-int endGatewayTokenUse(RIX_GatewayToken_t *gwTokPtr);
+// connection meanwhile: then the token is still in use, and removeGatewayTokenInUse() is all that may be done with it.
+int endGatewayTokenUse(Internal_GatewayToken_t *gwTokPtr);
 
 // Ends the use and the connection: deletes the token, whether or not another thread closed it meanwhile, and sets
 // *gwTokPtr to null. Results of endGatewayTokenUse().

@@ -40,12 +40,11 @@ static int handOutVersion(Internal_GatewayToken_t *token, char **protocolVersion
 static int finishOpening(RIX_GatewayToken_t *gwTokPtr, char **protocolVersionPtr)
 {
     int rc = handOutVersion(*gwTokPtr, protocolVersionPtr);
-    if (rc != STAPI_OK) {
-        removeGatewayTokenInUse(gwTokPtr);
-        return rc;
+    if (rc == STAPI_OK) {
+        rc = endGatewayTokenUse(*gwTokPtr);
+        if (rc != STAPI_OK) *protocolVersionPtr = nullptr; // goes with the connection
     }
-    rc = endGatewayTokenUse(gwTokPtr);
-    if (rc != STAPI_OK) *protocolVersionPtr = nullptr; // went with the connection
+    if (rc != STAPI_OK) removeGatewayTokenInUse(gwTokPtr);
     return rc;
 }
 
@@ -60,7 +59,7 @@ int openRemoteGatewayConnection(const char *hostname, int port, RIX_GatewayToken
                            {protocolVersionPtr, STAPI_NULL_PROTOCOL_VERSION_PTR},
                            {hostname, STAPI_NULL_HOSTNAME}});
     RIX_GatewayToken_t token = nullptr; // the caller's variable is written last: another thread may close by it
-    if (rc == STAPI_OK) rc = createGatewayToken(&token, hostname, port);
+    if (rc == STAPI_OK) rc = createGatewayToken(gwTokPtr, hostname, port, &token);
     if (token != nullptr) {
         rc = finishOpening(&token, protocolVersionPtr);
         *gwTokPtr = token;

@@ -4,6 +4,9 @@
 #include "stapi_rix_impl.h"
 #include "stapi_rix_statquery.h"
 
+#include <cstdlib>
+#include <cstring>
+
 using namespace rixstats;
 
 typedef struct _QueryCall
@@ -78,6 +81,12 @@ static int fillResultSet(const QueryCall &call, Internal_GatewayToken_t *gwTok, 
     return rc;
 }
 
+// Of an exchange: the connection cannot be used any more.
+static bool isBroken(int rc)
+{
+    return rc == STAPI_COMMS_FAILURE || rc == STAPI_GATEWAY_EXCHANGE_FAILED;
+}
+
 // The work of a query call behind its argument checks. query: null for a call without a query text. gwTokPtr: the
 // call's own copy of the handle, null after the connection was removed; the caller's stays as it is and is refused from
 // now on.
@@ -87,15 +96,14 @@ static int runQuery(const QueryCall &call, RIX_GatewayToken_t *gwTokPtr, const c
     if (rc != STAPI_OK) return rc;
     rc = fillResultSet(call, *gwTokPtr, query);
     const RIX_ResultSetToken_t rs = (*gwTokPtr)->connRSPtr;
-    if (rc == STAPI_COMMS_FAILURE || rc == STAPI_GATEWAY_EXCHANGE_FAILED) {
+    if (!isBroken(rc) && endGatewayTokenUse(*gwTokPtr) != STAPI_OK) rc = STAPI_COMMS_FAILURE;
+    if (isBroken(rc)) {
         EVENT(call.removePoint, "API.%s Removing GatewayToken %p due to comms failure %d\n", call.name, ptr(*gwTokPtr),
               rc);
         removeGatewayTokenInUse(gwTokPtr);
-        return rc;
+    } else if (rc == STAPI_OK) {
+        *rsPtr = rs;
     }
-    const int endRc = endGatewayTokenUse(gwTokPtr);
-    if (endRc != STAPI_OK) rc = endRc;
-    if (rc == STAPI_OK) *rsPtr = rs;
     return rc;
 }
 
@@ -115,13 +123,16 @@ int getStatIdsByStatGroupId(RIX_GatewayToken_t gwTok, const char *providerIdsPtr
     int rc = stapiInit();
     ENTRY(1015, "API.getStatIdsByStatGroupId(gwTok=%p,providerIdsPtr=%p,statIdRsPtr=%p)\n", ptr(gwTok),
           ptr(providerIdsPtr), ptr(statIdRSPtr));
+    // For the EXIT line: the text of a getIdQuery() belongs to a connection, and goes with it if the query fails.
+    char *const query = traceOn(Line::exit) && providerIdsPtr != nullptr ? strdup(providerIdsPtr) : nullptr;
     if (rc == STAPI_OK)
         rc = firstMissing({{gwTok, STAPI_NULL_GATEWAY_TOKEN},
                            {providerIdsPtr, STAPI_NULL_QUERY_STRING},
                            {statIdRSPtr, STAPI_NULL_RESULT_SET_PTR}});
     if (rc == STAPI_OK) rc = runQuery(STAT_IDS_BY_GROUP, &gwTok, providerIdsPtr, statIdRSPtr);
-    EXIT(1019, "API.getStatIdsByStatGroupId(gwTok=%p,query=%s,rs=%p) rc=%d\n", ptr(gwTok), textOrNull(providerIdsPtr),
+    EXIT(1019, "API.getStatIdsByStatGroupId(gwTok=%p,query=%s,rs=%p) rc=%d\n", ptr(gwTok), textOrNull(query),
          ptr(statIdRSPtr), rc);
+    free(query);
     return rc;
 }
 

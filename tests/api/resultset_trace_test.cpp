@@ -192,4 +192,18 @@ TEST_F(TraceTest, SameFileAgainIsAChangeAndNullOnStandardErrorIsNone)
                                 "Filename=stderr\n"));
 }
 
+TEST_F(TraceTest, QueryTextIsShownAlsoWhenItWentWithTheConnection)
+{
+    Options options = smallOptions();
+    options.faults = dropInside(8, 10); // the first flow of the second query
+    open(options);
+    char *text = nullptr;
+    ASSERT_EQ(STAPI_OK, getIdQuery(ask(kGroupIds), &text));
+    EXPECT_EQ(STAPI_OK, traceTo("/trace"));
+    setLevels({3});
+    RIX_ResultSetToken_t ids = nullptr;
+    EXPECT_EQ(STAPI_GATEWAY_EXCHANGE_FAILED, getStatIdsByStatGroupId(gateway, text, &ids));
+    EXPECT_THAT(traced("/trace"), HasSubstr(",query=Requests:Workers,rs="));
+}
+
 } // namespace
