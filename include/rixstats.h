@@ -100,7 +100,7 @@ enum RIX_ReturnCode
     STAPI_NULL_GATEWAY_TOKEN_PTR = -108,    /* the pointer to the gateway handle is null */
     STAPI_NULL_OUTPUT_PTR = -109,           /* a required output pointer is null */
     STAPI_NO_RESULT_SET_BUFFER = -110,      /* the connection or result set has no data; the connection may have gone */
-    STAPI_NO_MEMORY = -111,                 /* memory could not be allocated */
+    STAPI_NO_MEMORY = -111,                 /* memory could not be allocated, or the query's text is too long */
     /* -112 is not used */
     STAPI_END_OF_RESULTS = -113, /* no (further) item: the normal end of a walk */
     /* -114 is not used */

@@ -76,7 +76,7 @@ inline constexpr code_text code_texts[] = {
     {RIXSTATS_CODE(STAPI_NULL_OUTPUT_PTR), "a required output pointer is null"},
     {RIXSTATS_CODE(STAPI_NO_RESULT_SET_BUFFER),
      "the connection or result set has no data; the connection may have gone"},
-    {RIXSTATS_CODE(STAPI_NO_MEMORY), "memory could not be allocated"},
+    {RIXSTATS_CODE(STAPI_NO_MEMORY), "memory could not be allocated, or the query's text is too long"},
     {RIXSTATS_CODE(STAPI_END_OF_RESULTS), "no (further) item: the normal end of a walk"},
     {RIXSTATS_CODE(STAPI_GTL_CORRUPT), "the list of connections is damaged, or 256 were closed and more may be left"},
     {RIXSTATS_CODE(STAPI_BAD_RESULT_SET_OWNER), "internal: unknown kind of result-set owner"},
@@ -411,7 +411,8 @@ public:
     // Makes a copy that outlives the next query and the connection.
     [[nodiscard]] std::error_code copy_to(result_set &copy) const noexcept;
 
-    // Joins the identifiers to a text for the queries by identifier. The walk stands at its end afterwards.
+    // Joins the identifiers to a text for the queries by identifier, without those that would bring it to 32,000 bytes.
+    // The walk stands at its end afterwards.
     [[nodiscard]] std::error_code id_query(std::string &query) const
     {
         if (walk.set == nullptr) return status();

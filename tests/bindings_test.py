@@ -89,6 +89,7 @@ class Binding(unittest.TestCase):
             self.assertEqual(ids, connection.ids_in_groups(*connection.group_ids().ids).ids)
             self.assertEqual(["48", "2", "7", "\udcfe"], [stat.value for stat in connection.statistics_by_id(*ids)])
             self.assertRaises(ValueError, connection.statistics_by_id)
+            self.assertRaises(ValueError, connection.statistics_by_id, "")
             self.assertRaises(ValueError, connection.statistics_by_id, "a\0b")
             self.assert_fails(Code.STAPI_BAD_PORT, rixstats.Connection, "127.0.0.1", 2**32 + int(gateway.port))
         self.assertEqual([("Requests", 0, 2), ("Requests", 0, 2), ("Nobody", -1, 0), ("Empty", 0, 0)],

@@ -64,7 +64,7 @@ class Code(enum.IntEnum):
     STAPI_NULL_GATEWAY_TOKEN_PTR = -108, "the pointer to the gateway handle is null"
     STAPI_NULL_OUTPUT_PTR = -109, "a required output pointer is null"
     STAPI_NO_RESULT_SET_BUFFER = -110, "the connection or result set has no data; the connection may have gone"
-    STAPI_NO_MEMORY = -111, "memory could not be allocated"
+    STAPI_NO_MEMORY = -111, "memory could not be allocated, or the query's text is too long"
     STAPI_END_OF_RESULTS = -113, "no (further) item: the normal end of a walk"
     STAPI_GTL_CORRUPT = -115, "the list of connections is damaged, or 256 were closed and more may be left"
     STAPI_BAD_RESULT_SET_OWNER = -116, "internal: unknown kind of result-set owner"
@@ -159,7 +159,8 @@ class Answer(Sequence[Item]):
 
     @property
     def ids(self) -> list[str]:
-        """The identifiers, ready to be given to a query."""
+        """The identifiers, ready to be given to a query: so many at a time that they hold 32,765 bytes at most, with a
+        byte between each two."""
         return [item.id for item in self._items]
 
     @overload
@@ -339,8 +340,8 @@ class Connection:
 
     def _query(self, call: str, elements: Optional[Sequence[str]],
                read: Callable[[ctypes.c_void_p], Answer[Item]]) -> Answer[Item]:
-        if elements is not None and not elements:
-            raise ValueError("a query by identifier needs one at least")
+        if elements is not None and not (elements and all(elements)):  # the library would ask for all there is
+            raise ValueError("a query by identifier needs one at least, and none may be empty")
         texts = [] if elements is None else [_encoded(":".join(elements))]
         handle, answer = ctypes.c_void_p(self._handle), ctypes.c_void_p()
         # Without the lock, as close() is what can end the wait for the gateway. A close() that comes when the query is
