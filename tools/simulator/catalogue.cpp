@@ -3,6 +3,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <string_view>
 
@@ -61,7 +62,8 @@ std::string gaugeText(const Statistic &gauge, std::uint64_t stream, double secon
     const double value = gauge.low + (gauge.high - gauge.low) * smoothRandom(stream, seconds / gauge.period);
     std::array<char, 400> text = {}; // room for the largest double
     std::snprintf(text.data(), text.size(), "%.*f", gauge.decimals, value);
-    return text.data();
+    const bool minusZero = text[0] == '-' && std::strpbrk(text.data(), "123456789") == nullptr;
+    return text.data() + (minusZero ? 1 : 0);
 }
 
 std::string intervalText(const Statistic &interval, std::uint64_t stream, double seconds)

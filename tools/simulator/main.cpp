@@ -17,7 +17,7 @@
 namespace {
 
 constexpr int kUsageError = 2;
-constexpr std::uint16_t kDefaultPort = 2980;
+constexpr int kDefaultPort = 2980;
 
 constexpr const char *kFooter = R"(
 A catalogue is a text file with one entry a line; # begins a comment:
@@ -54,6 +54,7 @@ const CLI::Validator kNotNegative(
 struct Arguments
 {
     rixgwsim::Options options;
+    int port = kDefaultPort;
     std::string clock = "real";
     long long clockStep = 1000;
     std::string catalogueFile;
@@ -86,11 +87,13 @@ void addFaults(CLI::App &app, Arguments &arguments)
     app.add_option("--drop-after-flows", faults.dropAfterFlows, "Close connections after so many answered flows")
         ->check(CLI::Range(0, kMost))
         ->group(group);
-    app.add_option("--drop-inside-flow", faults.dropInsideFlow, "Close connections inside the reply to this flow ...")
-        ->check(CLI::Range(1, kMost))
-        ->group(group);
+    CLI::Option *const inside = app.add_option("--drop-inside-flow", faults.dropInsideFlow,
+                                               "Close connections inside the reply to this flow ...")
+                                    ->check(CLI::Range(1, kMost))
+                                    ->group(group);
     app.add_option("--drop-at-byte", faults.dropAtByte, "... after so many bytes of it")
         ->check(kNotNegative)
+        ->needs(inside)
         ->group(group);
     app.add_option("--reply-size", faults.replySize, "Bring the call data of query replies to so many bytes")
         ->check(kNotNegative)
@@ -100,7 +103,9 @@ void addFaults(CLI::App &app, Arguments &arguments)
 void addOptions(CLI::App &app, Arguments &arguments)
 {
     rixgwsim::Options &options = arguments.options;
-    app.add_option("--port", options.port, "Port to listen on, 0 for any free one")->capture_default_str();
+    app.add_option("--port", arguments.port, "Port to listen on, 0 for any free one")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
     app.add_option("--address", options.address, "Numeric address to listen on")->capture_default_str();
     app.add_option("--seed", options.seed, "Values follow from this number and the time")
         ->check(kNotNegative)
@@ -119,6 +124,7 @@ void addOptions(CLI::App &app, Arguments &arguments)
                    "Longest block of data in a reply; 1024 is a virtual machine's, 0 sets no limit")
         ->check(kNotNegative)
         ->capture_default_str();
+    app.set_version_flag("--version", "rixgwsim " RIXGWSIM_VERSION, "Show the version and exit");
     app.add_flag("--verbose", arguments.verbose, "Tell of each flow on standard error");
     addFaults(app, arguments);
 }
@@ -132,6 +138,7 @@ void complain(const std::string &text)
 void finishOptions(Arguments &arguments)
 {
     rixgwsim::Options &options = arguments.options;
+    options.port = static_cast<std::uint16_t>(arguments.port);
     options.fixedClock = arguments.clock == "fixed";
     options.fixedClockStep = std::chrono::milliseconds(arguments.clockStep);
     options.faults.delay = std::chrono::milliseconds(arguments.delay);
@@ -175,13 +182,14 @@ int main(int argc, char **argv)
     app.footer(kFooter);
     try {
         Arguments arguments;
-        arguments.options.port = kDefaultPort;
         addOptions(app, arguments);
         app.parse(argc, argv);
         finishOptions(arguments);
         run(arguments.options);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? EXIT_SUCCESS : kUsageError;
+        if (error.get_exit_code() == 0) return app.exit(error); // --help
+        complain(error.what() + std::string(" (see rixgwsim --help)"));
+        return kUsageError;
     } catch (const std::invalid_argument &error) {
         complain(error.what());
         return kUsageError;
