@@ -67,7 +67,8 @@ class Forms(Files):
     def test_keep_every_byte_and_digit(self):
         odd = b'a,"b"\t\\c \xc3\xa9 \xff\xc3\x01 e'
         texts = {"Odd": odd, "Padded": b"007", "Long": b"12345678901234567890123", "Small": b"-0.50", "Not": b"1.7.0",
-                 "Quoted": b'"a" b'}
+                 "Quoted": b'"a" b', "Reversed": "\u202etxt".encode(), "Nanos": b"1234567890123456789"[:17],
+                 "Tiny": b"-1e-400"}
         lines = b"".join(b"text %s %s\n" % (k.encode(), v) for k, v in texts.items())
         path = self.file("odd.catalogue", b"group G\n" + lines)
         with Simulator("--catalogue", path) as gateway:
@@ -98,6 +99,16 @@ class Forms(Files):
         self.assertEqual({"element": "Nobody", "id": None, "value": None, "code": -1},
                          json.loads(shown["json"].stdout)["items"][1])
         self.assertEqual({(("element", "Nobody"),): "-1"}, read_prometheus(shown["prom"].stdout)["rixstat_element_code"])
+
+    def test_prometheus_text_tells_by_itself_that_nothing_is_there(self):
+        path = self.file("empty.catalogue", "group Only\ngroup Other\ntext T 1\n")
+        with Simulator("--catalogue", path) as gateway:
+            metrics = read_prometheus(rixstat("--port", gateway.port, "-o", "prom", "ids").stdout)
+            gone = gateway.port
+        self.assertEqual([(("group", "Other"), ("id", "Other_T"))], list(metrics["rixstat_ids_info"]))
+        for command in ("groups", "get", "watch"):
+            result = rixstat("--port", gone, "-o", "prom", command)
+            self.assertEqual((3, {"rixstat_up": {(): "0"}}), (result.returncode, read_prometheus(result.stdout)))
 
     def test_columns_order_and_patterns(self):
         with Simulator() as gateway:
@@ -357,6 +368,15 @@ class Failures(Files):
             self.assertRegex(trace, r"^\*\*\* .*\n.*\[3212\] \*EXC\* ")
         self.assertEqual(1, kept.stderr.count("\n"))
         self.check(rixstat("--trace-file", str(self.directory / "no" / "t"), "groups"), 1, "-130")
+        with Simulator() as gateway:
+            rixstat("--port", gateway.port, "--trace-file", str(path) + "3", "dump", "Queue_Length")
+            for options in (("dump",), ("--trace", "1", "dump"), ("--trace", "4", "get")):
+                full = rixstat("--port", gateway.port, "--trace-file", "/dev/full", *options)
+                self.assertEqual((1, "rixstat: cannot write the trace to /dev/full: No space left on device\n"),
+                                 (full.returncode, full.stderr))
+        dump = pathlib.Path(str(path) + "3").read_text()
+        self.assertRegex(dump, rf"^rixstats state dump: .* statAPITraceFile={path}3\n(.*\n)*Gateway Token List entry -0001-(.*\n)+.*RIXSTSET")
+        self.assertNotIn("***", dump)
 
     def test_configuration(self):
         def run(text, *arguments):
@@ -365,6 +385,8 @@ class Failures(Files):
         with Simulator() as gateway:
             named = f"# mine\r\nport = 1\n\n[gateways.prod] # live\nhost = '127.0.0.1'\nport = {gateway.port}\n"
             self.assertEqual(0, run(named, "@prod", "-o", "name", "groups").returncode)
+            self.assertEqual("Queue_Length\n", run(named, "-o", "name", "get", "@prod", "Queue_Length").stdout)
+            self.assertEqual(2, run(named, "@prod", "get", "@prod").returncode)
             self.assertEqual(0, run(f"port = {gateway.port}\n", "groups").returncode)
             self.check(run(named, "groups"), 3, "port 1:")
             self.check(run(named, "@prod", "--port", "2", "groups"), 3, "port 2:")
@@ -378,8 +400,9 @@ class Failures(Files):
             self.assertRegex(result.stderr, problem)
         (self.directory / "rixstat/config.toml").unlink()
         (self.directory / "rixstat/config.toml").mkdir()
-        unreadable = rixstat("version", env={**os.environ, "XDG_CONFIG_HOME": str(self.directory)})
-        self.assertEqual((2, True), (unreadable.returncode, "cannot be read" in unreadable.stderr))
+        unreadable, unread = (rixstat(command, env={**os.environ, "XDG_CONFIG_HOME": str(self.directory)})
+                              for command in ("groups", "version"))
+        self.assertEqual((2, True, 0), (unreadable.returncode, "cannot be read" in unreadable.stderr, unread.returncode))
 
 
 class Completion(Files):
@@ -396,6 +419,7 @@ class Completion(Files):
             self.assertEqual(["json"], self.complete(gateway, "-o", "j"))
             self.assertEqual(["json"], self.complete(gateway, "--output=j"))
             self.assertEqual(["Workers"], self.complete(gateway, "ids", "Wo"))
+            self.assertIn("Workers", self.complete(gateway, "get", "Wo"))
             self.assertEqual(["Queue_Length", "Queue_Length_Limit"], self.complete(gateway, "-o", "csv", "watch", "Queue_L"))
 
     def test_never_runs_what_a_gateway_sends(self):

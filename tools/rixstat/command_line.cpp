@@ -151,6 +151,20 @@ void addCommands(CLI::App &app, CommandLine &line)
     }
 }
 
+// A named gateway is understood behind the command, too, where it stands among the ids.
+void takeGateway(Parts &parts, std::vector<std::string> &ids)
+{
+    for (size_t i = 0; i < ids.size();) {
+        if (ids[i][0] != '@') {
+            ++i;
+            continue;
+        }
+        if (!parts.gateway.empty()) throw UsageError("one gateway at a time, not " + parts.gateway + " and " + ids[i]);
+        parts.gateway = ids[i];
+        ids.erase(ids.begin() + static_cast<std::ptrdiff_t>(i));
+    }
+}
+
 void applyAddress(const GatewayAddress &address, const Parts &parts, Settings &settings)
 {
     if (address.host && parts.host->empty()) settings.host = *address.host;
@@ -193,7 +207,8 @@ void parseCommandLine(int argc, char **argv, CommandLine &line)
     addCommands(app, line);
     try {
         app.parse(argc, argv);
-        applyConfig(parts, line.settings);
+        takeGateway(parts, line.settings.ids);
+        if ((line.command->options & asksNobody) == 0) applyConfig(parts, line.settings);
         applyDefaults(line);
         if (!parts.columns.empty())
             for (const std::string &name : CLI::detail::split(parts.columns, ','))

@@ -61,7 +61,7 @@ const std::vector<Command> &commands()
          runDoctor},
         {"dump", "Write the library's state and the answer to one query, for support, to the trace destination",
          whichStatistics, nullptr, noOptions, 0, 0, runDump},
-        {"version", "Show the versions of rixstat and of the library", nullptr, &versionPlan, noOptions, 0, 0,
+        {"version", "Show the versions of rixstat and of the library", nullptr, &versionPlan, asksNobody, 0, 0,
          runVersion},
     };
     return table;

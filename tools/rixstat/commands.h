@@ -9,12 +9,13 @@
 
 namespace rixstat {
 
-// The options that only some commands have.
+// What only some commands have, options mostly.
 enum CommandOptions : unsigned
 {
     noOptions = 0,
     repeats = 1, // --interval and --count
-    ranks = 2    // --top and --by
+    ranks = 2,   // --top and --by
+    asksNobody = 4
 };
 
 struct Command

@@ -29,7 +29,9 @@ static int run(const CommandLine &line)
         complain(describe(timeOut(step, STAPI_COMMS_FAILURE, settings), settings));
     });
     TraceTap tap(settings);
-    return line.command->run({line.command->name, line.command->plan, settings, guard, tap});
+    const ExitStatus status = line.command->run({line.command->name, line.command->plan, settings, guard, tap});
+    tap.finish();
+    return status;
 }
 
 // Every failure of the viewer ends here, as one line on standard error.

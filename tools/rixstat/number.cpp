@@ -44,7 +44,8 @@ std::optional<Number> parseNumber(const std::string &text)
     if (!plain && (text[position] == 'e' || text[position] == 'E') && !skipExponent(text, position)) return {};
     if (position != text.size()) return {};
     number.value = std::strtod(text.c_str(), nullptr);
-    if (!std::isfinite(number.value)) return {};
+    const bool zero = text.find_first_of("123456789") >= std::min(text.find_first_of("eE"), text.size());
+    if (!std::isfinite(number.value) || (number.value == 0 && !zero)) return {}; // too large, or too small
     if (plain && number.decimals == 0 && digits <= exactDigits)
         number.integer = std::strtoll(text.c_str(), nullptr, 10);
     return number;

@@ -8,9 +8,7 @@
 #include <unistd.h>
 
 namespace rixstat {
-namespace {
 
-// The errno of the write that failed, 0 if all was written.
 int writeAll(int descriptor, const std::string &text)
 {
     for (size_t written = 0; written < text.size();) {
@@ -27,7 +25,14 @@ int writeAll(int descriptor, const std::string &text)
     return 0;
 }
 
-} // namespace
+int appendTo(const std::string &file, const std::string &text)
+{
+    const int descriptor = open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    if (descriptor < 0) return errno;
+    const int written = writeAll(descriptor, text);
+    const int closed = close(descriptor) == 0 ? 0 : errno; // some file systems tell only now that they are full
+    return written != 0 ? written : closed;
+}
 
 void prepareOutput()
 {

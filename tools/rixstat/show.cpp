@@ -1,8 +1,8 @@
 // The commands that ask once: groups, ids, get, dump; and version, which asks nobody.
-#include "codes.h"
 #include "commands.h"
 #include "output.h"
 #include "selection.h"
+#include "usage_error.h"
 
 #include <rixstats.h>
 
@@ -14,10 +14,16 @@ ExitStatus show(const Viewer &viewer, Content content)
     Presenter presenter(viewer);
     Selection selection(content, viewer.settings.ids);
     Session session(viewer.guard, viewer.tap, viewer.settings, Listening::thorough);
-    session.open();
-    selection.resolve(session);
-    std::vector<Row> rows = rowsOf(selection.fetch(session), content);
-    if (presenter.shows(fieldGroup) && content != Content::groups) addGroups(rows, groupsOfIds(session));
+    std::vector<Row> rows;
+    try {
+        session.open();
+        selection.resolve(session);
+        rows = rowsOf(selection.fetch(session), content);
+        if (presenter.shows(fieldGroup) && content != Content::groups) addGroups(rows, groupsOfIds(session));
+    } catch (const Failure &failure) {
+        reportAbsence(presenter, failure, viewer.settings);
+        throw;
+    }
 
     // The good-bye is said while we write: neither a slow reader nor a slow gateway holds up the other.
     session.beginClose();
@@ -46,21 +52,22 @@ ExitStatus runGet(const Viewer &viewer)
 
 ExitStatus runDump(const Viewer &viewer)
 {
-    Selection selection(Content::values, viewer.settings.ids);
-    Session session(viewer.guard, viewer.tap, viewer.settings, Listening::thorough);
+    const Settings &settings = viewer.settings;
+    if (settings.form != "table" || !settings.columns.empty() || !settings.sort.empty())
+        throw UsageError("dump has one form, the trace's: --output, --columns and --sort are not for it");
+    Selection selection(Content::values, settings.ids);
+    Session session(viewer.guard, viewer.tap, settings, Listening::thorough);
     session.open();
     selection.resolve(session);
-    viewer.tap.speakPlainly();
     // Before the query, whose result set would else be dumped twice and whose failure would end the connection.
     require(dumpState(), "dumping the state");
+    viewer.tap.passOn();
     if (!selection.empty()) {
-        viewer.tap.listenAgain();
-        const RIX_ResultSetToken_t results = session.ask(Content::values, selection.ids());
-        viewer.tap.speakPlainly();
-        require(dumpResultSet(results), "dumping the result set");
+        require(dumpResultSet(session.ask(Content::values, selection.ids())), "dumping the result set");
+        viewer.tap.passOn();
     }
     session.beginClose();
-    const ExitStatus status = reportFailures({}, selection.unmatched(), viewer.settings);
+    const ExitStatus status = reportFailures({}, selection.unmatched(), settings);
     session.endClose();
     return status;
 }

@@ -12,9 +12,10 @@ namespace {
 // Longer cells stand out of their column rather than push all others to the right.
 constexpr size_t widestColumn = 60;
 constexpr size_t widestNumber = 24;
-// On a screen texts are cut to these; numbers are whole, or not there.
+// On a screen texts are cut to these, unless there is room for more; numbers are whole, or not there.
 constexpr size_t widestOnScreen = 15;
-constexpr size_t narrowestId = 24;
+constexpr size_t narrowestId = 24; // and less where the screen would have no room for a value
+constexpr size_t leastId = 8;
 
 constexpr size_t between = 2;
 
@@ -25,13 +26,14 @@ struct LeastWidth
     size_t width;
 };
 
-constexpr LeastWidth leastOnScreen[] = {{fieldValue, 12}, {fieldChange, 9}, {fieldRate, 9}, {fieldTrend, 7}};
+constexpr LeastWidth leastWidths[] = {{fieldChange, 9}, {fieldRate, 9}, {fieldTrend, 7}};
+constexpr size_t leastValue = 12; // on a screen
 
-size_t leastWidth(Field field)
+size_t leastWidth(Field field, bool fitting)
 {
-    for (const LeastWidth &least : leastOnScreen)
+    for (const LeastWidth &least : leastWidths)
         if (least.field == field) return least.width;
-    return 0;
+    return fitting && field == fieldValue ? leastValue : 0;
 }
 
 constexpr char nothing[] = "-"; // in place of an empty text, which could not be seen
@@ -108,13 +110,23 @@ void Table::widen(const Fields &fields, const Cells &cells)
     columns.resize(fields.size());
     for (size_t i = 0; i < fields.size(); ++i) {
         const size_t width = displayWidth(cells[i].text);
-        const size_t least = fitting ? leastWidth(fields[i]) : 0;
+        const size_t least = leastWidth(fields[i], fitting);
         if (cells[i].right) columns[i].numbers = std::max(least, widened(columns[i].numbers, width, widestNumber));
         columns[i].all = std::max({least, widened(columns[i].all, width, widestColumn), columns[i].numbers});
     }
 }
 
-// Decides what each column gets of the screen: the ids give way, then the last columns go.
+// How far the ids give way: so far that a value has room beside them, if that can be.
+size_t Table::narrowestIds(const Fields &fields) const
+{
+    const size_t value = positionOf(fields, fieldValue);
+    if (value == fields.size()) return narrowestId;
+    const size_t taken = columns[value].shown + between;
+    return std::clamp(screenWidth - std::min(screenWidth, taken), leastId, narrowestId);
+}
+
+// Decides what each column gets of the screen. Where there is too little room the ids give way, then the last columns
+// go; where there is some left, texts that were cut get it.
 void Table::share(const Fields &fields)
 {
     size_t total = 0, id = 0;
@@ -126,8 +138,15 @@ void Table::share(const Fields &fields)
             fitting && !flexible ? std::max(column.numbers, std::min(column.all, widestOnScreen)) : column.all;
         total += column.shown + (i > 0 ? between : 0);
     }
-    if (!fitting || total <= screenWidth) return;
-    const size_t spare = columns[id].shown - std::min(columns[id].shown, narrowestId);
+    if (!fitting) return;
+    for (Column &column : columns) {
+        const size_t room = screenWidth - std::min(screenWidth, total);
+        const size_t more = std::min(room, column.all - std::min(column.all, column.shown));
+        column.shown += more;
+        total += more;
+    }
+    if (total <= screenWidth) return;
+    const size_t spare = columns[id].shown - std::min(columns[id].shown, narrowestIds(fields));
     const size_t taken = std::min(spare, total - screenWidth);
     columns[id].shown -= taken;
     total -= taken;

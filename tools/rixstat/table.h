@@ -40,6 +40,7 @@ private:
     Cell cellOf(const Row &row, Field field) const;
     Cells cellsOf(const Document &document, const Row &row) const;
     void widen(const Fields &fields, const Cells &cells);
+    size_t narrowestIds(const Fields &fields) const;
     void share(const Fields &fields);
     std::string placed(const Column &column, const Cell &cell) const;
     std::string line(const Fields &fields, const Cells &cells, bool changed) const;

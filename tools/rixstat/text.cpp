@@ -32,8 +32,27 @@ bool within(unsigned value, unsigned low, unsigned high)
     return value >= low && value <= high;
 }
 
-// Length of the printable character at a position, 0 where the byte there has to be escaped.
-size_t characterLength(const std::string &text, size_t position)
+// What reorders, breaks or hides the text around it. Joiners (U+200C, U+200D) are left to the scripts that need them.
+struct Disguise
+{
+    const char *first, *last;
+};
+
+constexpr Disguise disguises[] = {
+    {"\u061C", "\u061C"}, {"\u200B", "\u200B"}, {"\u200E", "\u200F"}, {"\u2028", "\u202E"},
+    {"\u2060", "\u206F"}, {"\uFEFF", "\uFEFF"}, {"\uFFF9", "\uFFFB"},
+};
+
+// In UTF-8 the order of the bytes is that of the characters.
+bool isDisguise(const std::string &character)
+{
+    for (const Disguise &range : disguises)
+        if (character >= range.first && character <= range.last) return true;
+    return false;
+}
+
+// Length of the well-formed character at a position, 0 where there is none.
+size_t sequenceLength(const std::string &text, size_t position)
 {
     const unsigned first = byteAt(text, position);
     if (first < 0x80) return within(first, 0x20, 0x7E) ? 1 : 0;
@@ -60,6 +79,13 @@ std::string escaped(unsigned byte)
         static const char digits[] = "0123456789ABCDEF";
         return {'\\', 'x', digits[byte >> 4], digits[byte & 15]};
     }
+}
+
+// Length of the printable character at a position, 0 where the byte there has to be escaped.
+size_t characterLength(const std::string &text, size_t position)
+{
+    const size_t length = sequenceLength(text, position);
+    return length > 1 && isDisguise(text.substr(position, length)) ? 0 : length;
 }
 
 } // namespace

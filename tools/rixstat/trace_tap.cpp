@@ -1,15 +1,18 @@
 #include "trace_tap.h"
 
 #include "codes.h"
+#include "output.h"
 
 #include <rixstats.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <sstream>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace rixstat {
@@ -46,17 +49,32 @@ bool parseLine(const std::string &text, TraceLine &line)
     return true;
 }
 
-bool isRegular(int descriptor)
+// Also one that is only going to be made.
+bool isRegular(const std::string &file)
 {
     struct stat status = {};
-    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    return stat(file.c_str(), &status) != 0 || S_ISREG(status.st_mode);
+}
+
+// Only those of the lines that the user has asked for.
+std::string linesOfLevel(const std::string &text, int mostWanted)
+{
+    std::string wanted;
+    std::istringstream rows(text);
+    TraceLine line;
+    for (std::string row; std::getline(rows, row);) {
+        const bool header = row.compare(0, 3, "***") == 0;
+        const int level = header ? 1 : parseLine(row, line) ? line.level : mostDetailed;
+        if (level <= mostWanted) wanted += row + "\n";
+    }
+    return wanted;
 }
 
 } // namespace
 
 TraceTap::TraceTap(const Settings &settings)
     : userLevel(settings.traceLevel), userFile(settings.traceFile),
-      direct(userLevel >= mostDetailed && !userFile.empty())
+      direct(userLevel >= mostDetailed && !userFile.empty() && isRegular(userFile))
 {
     // The file comes first, so that the trace starts there.
     if (!userFile.empty()) require(setAPITraceFile(userFile.c_str()), "opening the trace file " + userFile);
@@ -64,7 +82,7 @@ TraceTap::TraceTap(const Settings &settings)
         followUsersFile();
     } else {
         descriptor = memfd_create("rixstat trace", MFD_CLOEXEC);
-        listenAgain();
+        ours = descriptor >= 0 && setAPITraceFile(ownFile().c_str()) == STAPI_OK;
     }
     require(setAPITraceLevel(userLevel), "setting the trace level");
 }
@@ -72,11 +90,7 @@ TraceTap::TraceTap(const Settings &settings)
 // A file that has all there is to hear is the library's own: it loses nothing, however the viewer ends.
 void TraceTap::followUsersFile()
 {
-    descriptor = open(userFile.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor >= 0 && !isRegular(descriptor)) {
-        close(descriptor);
-        descriptor = -1;
-    }
+    descriptor = open(userFile.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor >= 0) position = lseek(descriptor, 0, SEEK_END);
 }
 
@@ -107,22 +121,34 @@ std::vector<TraceLine> TraceTap::heard(bool wanted)
     return lines;
 }
 
-void TraceTap::speakPlainly()
+std::string TraceTap::ownFile() const
 {
-    if (direct) return;
+    return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+// A dump names the destination of the trace: the user's is meant, not the detour that it takes.
+void TraceTap::passOn()
+{
+    std::string text = readText();
+    if (!ours) return;
+    const std::string label = "statAPITraceFile=";
+    const size_t place = text.find(label + ownFile() + "\n");
+    if (place != std::string::npos)
+        text.replace(place + label.size(), ownFile().size(), userFile.empty() ? "stderr" : userFile);
+    show(text);
+    forget();
+}
+
+void TraceTap::finish()
+{
     takeText();
-    ours = false;
-    require(setAPITraceFile(userFile.empty() ? nullptr : userFile.c_str()), "opening the trace file " + userFile);
+    if (lost != 0)
+        throw std::system_error(lost, std::generic_category(),
+                                "cannot write the trace to " + (userFile.empty() ? "standard error" : userFile));
 }
 
-void TraceTap::listenAgain()
-{
-    if (direct) return;
-    ours = descriptor >= 0 && setAPITraceFile(("/proc/self/fd/" + std::to_string(descriptor)).c_str()) == STAPI_OK;
-}
-
-// What has been written since the last time; shown at once where the library has not written it to the user's file.
-std::string TraceTap::takeText()
+// What has been written since the last time.
+std::string TraceTap::readText()
 {
     std::string text;
     char block[4096];
@@ -131,26 +157,23 @@ std::string TraceTap::takeText()
         text.append(block, static_cast<size_t>(size));
         position += size;
     }
+    return text;
+}
+
+// The same; shown at once where the library has not written it to the user's file.
+std::string TraceTap::takeText()
+{
+    std::string text = readText();
     if (!ours) return text;
-    if (userLevel > 0 && !text.empty()) show(text);
+    if (userLevel > 0 && !text.empty()) show(linesOfLevel(text, userLevel));
     forget();
     return text;
 }
 
-void TraceTap::show(const std::string &text) const
+void TraceTap::show(const std::string &text)
 {
-    std::string wanted;
-    std::istringstream rows(text);
-    TraceLine line;
-    for (std::string row; std::getline(rows, row);) {
-        const bool header = row.compare(0, 3, "***") == 0;
-        const int level = header ? 1 : parseLine(row, line) ? line.level : mostDetailed;
-        if (level <= userLevel) wanted += row + "\n";
-    }
-    FILE *file = userFile.empty() ? stderr : std::fopen(userFile.c_str(), "ae");
-    if (file == nullptr) return;
-    std::fwrite(wanted.data(), 1, wanted.size(), file);
-    if (file != stderr) std::fclose(file);
+    const int error = userFile.empty() ? writeAll(STDERR_FILENO, text) : appendTo(userFile, text);
+    if (lost == 0 && error != EPIPE) lost = error; // a reader that has gone misses nothing
 }
 
 // The library appends, so that it starts at the beginning again.

@@ -34,15 +34,18 @@ public:
     // What has been traced since, without dumps; or nothing, cheaply, where it is not wanted. Back to the user's level.
     std::vector<TraceLine> heard(bool wanted);
 
-    // What the library writes goes straight to the user's file or standard error, and is not heard, until the call of
-    // listenAgain.
-    void speakPlainly();
-    void listenAgain();
+    // What the library has written since is a dump for the user, and is shown as it is.
+    void passOn();
+
+    // Shows what is left. Throws std::system_error if any of what was to be shown could not be written.
+    void finish();
 
 private:
     void followUsersFile();
+    std::string ownFile() const;
+    std::string readText();
     std::string takeText();
-    void show(const std::string &text) const;
+    void show(const std::string &text);
     void forget();
 
     const int userLevel;
@@ -51,6 +54,7 @@ private:
     int descriptor = -1; // of the file that the trace goes to; -1: it cannot be read back
     bool ours = false;   // a file of ours, which nobody else reads
     off_t position = 0;  // up to where it has been read
+    int lost = 0;        // errno of the first write that failed
 };
 
 } // namespace rixstat

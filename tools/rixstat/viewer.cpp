@@ -1,6 +1,5 @@
 #include "viewer.h"
 
-#include "codes.h"
 #include "output.h"
 #include "text.h"
 #include "usage_error.h"
@@ -13,11 +12,10 @@ namespace {
 Fields chosenFields(const FieldPlan &plan, const Settings &settings)
 {
     const Form &form = formNamed(settings.form);
-    if (settings.columns.empty() || form.fixedFields) return plan.*form.fields;
     Fields fields;
     for (const std::string &name : settings.columns)
         fields.push_back(fieldNamed(name, plan));
-    return fields;
+    return fields.empty() || form.fixedFields ? plan.*form.fields : fields;
 }
 
 constexpr char seeIds[] = "; does it have such ids (rixstat groups, rixstat ids)?";
@@ -97,6 +95,14 @@ std::vector<Row> rowsOf(const Items &items, Content content)
         rows.push_back(std::move(row));
     }
     return rows;
+}
+
+void reportAbsence(Presenter &presenter, const Failure &failure, const Settings &settings)
+{
+    if (settings.form != "prom" || failure.cause == Cause::here) return;
+    Document document = presenter.arranged({});
+    document.gap = describe(failure, settings);
+    print(presenter.text(document));
 }
 
 ExitStatus reportFailures(const std::vector<Row> &rows, const std::vector<std::string> &unmatched,

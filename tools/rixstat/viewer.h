@@ -2,6 +2,7 @@
 #ifndef RIXSTAT_VIEWER_H
 #define RIXSTAT_VIEWER_H
 
+#include "codes.h"
 #include "document.h"
 #include "guard.h"
 #include "session.h"
@@ -50,6 +51,9 @@ Field fieldNamed(const std::string &name, const FieldPlan &plan);
 
 // One row for each item, without what only several samples can tell.
 std::vector<Row> rowsOf(const Items &items, Content content);
+
+// For the form that tells by itself that there is no gateway; the others leave that to standard error and the status.
+void reportAbsence(Presenter &presenter, const Failure &failure, const Settings &settings);
 
 // Tells on standard error which elements failed and which patterns nothing matches, and returns the fitting status.
 ExitStatus reportFailures(const std::vector<Row> &rows, const std::vector<std::string> &unmatched,

@@ -18,7 +18,8 @@ namespace {
 using Clock = Schedule::Clock;
 using std::chrono::seconds;
 
-// The time without a gateway, and when to look for it again: at once, then after 1, 2, 4 ... seconds.
+// The time without a gateway, from the question that it did not answer, and when to look for it again: at once, then
+// after 1, 2, 4 ... seconds.
 struct Outage
 {
     Failure failure;
@@ -57,6 +58,7 @@ private:
     std::map<std::string, std::string> groups;
     Series series;
     std::optional<Outage> outage;
+    Clock::time_point asked; // when the latest try began
     std::vector<Row> latest; // what is left on the screen while the gateway is gone
     int shown = 0;
     bool complete = true; // no gap, no failed element so far
@@ -90,6 +92,7 @@ ExitStatus Watch::run()
 Document Watch::next()
 {
     while (!outage || Clock::now() >= outage->nextTry) {
+        asked = Clock::now();
         try {
             if (!session) connect();
             Document document = sample();
@@ -97,8 +100,11 @@ Document Watch::next()
             return document;
         } catch (const Failure &failure) {
             // What fails from the start is not waited for: it is rather a slip than an outage.
+            if (shown == 0) reportAbsence(presenter, failure, settings);
             if (shown == 0 || failure.cause == Cause::here) throw;
             lose(failure);
+            // After so long a wait the reader is told before the next one begins.
+            if (failure.cause == Cause::timeOut) break;
         }
     }
     return gap();
@@ -154,7 +160,7 @@ void Watch::lose(const Failure &failure)
     const Clock::time_point now = Clock::now();
     session.reset();
     if (!outage) {
-        outage = Outage{failure, now, now};
+        outage = Outage{failure, asked, now};
         if (!screen) complain(outageText() + "; connecting again");
     } else {
         outage->failure = failure;

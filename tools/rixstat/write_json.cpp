@@ -5,19 +5,22 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstdlib>
+
 namespace rixstat {
 namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr int exactDigits = 15; // of a decimal that survives as a double
+constexpr int exactDigits = 15; // of a decimal that survives as a double, as which most readers take a number
+constexpr std::int64_t largestExact = (std::int64_t{1} << 53) - 1;
 
 // A number that JSON readers would round is left a text.
 Json numberOf(const std::string &cell)
 {
     const std::optional<Number> number = parseNumber(cell);
     if (!number) return printable(cell);
-    if (number->integer) return *number->integer;
+    if (number->integer && std::abs(*number->integer) <= largestExact && cell != "-0") return *number->integer;
     const size_t digits = cell.size() - (cell[0] == '-' ? 1 : 0) - (number->decimals > 0 ? 1 : 0);
     return digits <= exactDigits ? Json(number->value) : Json(cell);
 }

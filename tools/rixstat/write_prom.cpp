@@ -99,6 +99,7 @@ public:
     {
         const Fields &fields = document.fields;
         const bool statistics = std::count(fields.begin(), fields.end(), fieldValue) != 0;
+        const bool named = std::count(fields.begin(), fields.end(), fieldId) != 0;
         Exposition exposition;
         if (std::count(fields.begin(), fields.end(), fieldGroup) != 0) // else it is not about what a gateway has
             exposition.add("rixstat_up", "Whether the gateway answered.", "", document.gap.empty() ? "1" : "0");
@@ -106,10 +107,12 @@ public:
             if (row.failed)
                 exposition.add("rixstat_element_code", "The gateway's codes for what it could not answer.",
                                labels(row, {fieldElement}), row[fieldCode]);
-            else if (!statistics)
-                addOther(exposition, document, row);
-            else if (!row[fieldId].empty())
+            else if (named && row[fieldId].empty())
+                continue; // of an element that has no statistics
+            else if (statistics)
                 addStatistic(exposition, row);
+            else
+                addOther(exposition, document, row);
         }
         return exposition.text();
     }

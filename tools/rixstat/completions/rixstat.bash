@@ -43,7 +43,7 @@ _rixstat() {
     case $previous in
         -o | --output) _rixstat_offer table wide json ndjson csv tsv prom name ;;
         --by) _rixstat_offer rate delta value ;;
-        --trace) _rixstat_offer 0 1 2 3 4 ;;
+        --trace) _rixstat_offer 0 1 2 3 4 5 ;;
         --trace-file) mapfile -t COMPREPLY < <(compgen -f -- "$current") ;;
         --host) mapfile -t COMPREPLY < <(compgen -A hostname -- "$current") ;;
         --port | --timeout | --columns | --sort | -i | --interval | -n | --count | --top) ;;
@@ -57,7 +57,7 @@ _rixstat_word() {
         watch) options+=' --interval --count --top --by' ;;
         ping) options+=' --interval --count' ;;
     esac
-    local offers ask=''
+    local offers=() kinds kind
     if [[ $current == -* ]]; then
         read -ra offers <<<"$options"
     elif [[ $current == @* ]]; then
@@ -67,11 +67,14 @@ _rixstat_word() {
         read -ra offers <<<"$commands"
     else
         case $command in
-            ids) ask=groups ;;
-            get | watch | dump) ask=ids ;;
+            ids) kinds=(groups) ;;
+            get | watch | dump) kinds=(groups ids) ;;
             *) return ;;
         esac
-        mapfile -t offers < <("${words[0]}" "${gateway[@]}" --timeout 1 --output name "$ask" 2>/dev/null)
+        for kind in "${kinds[@]}"; do
+            mapfile -t -O "${#offers[@]}" offers < <(
+                "${words[0]}" "${gateway[@]}" --timeout 1 --output name "$kind" 2>/dev/null)
+        done
     fi
     _rixstat_offer "${offers[@]}"
 }

@@ -26,7 +26,7 @@ set -l commands groups ids get watch ping doctor dump version
 set -l none "not __fish_seen_subcommand_from $commands"
 
 complete -c rixstat -f
-complete -c rixstat -n $none -a '(__rixstat_named)'
+complete -c rixstat -a '(__rixstat_named)'
 complete -c rixstat -n $none -a groups -d 'Show the ids of all resource groups'
 complete -c rixstat -n $none -a ids -d 'Show the ids of statistics'
 complete -c rixstat -n $none -a get -d 'Show statistics with their values'
@@ -37,12 +37,12 @@ complete -c rixstat -n $none -a dump -d 'Write the state of the library, for sup
 complete -c rixstat -n $none -a version -d 'Show versions'
 
 complete -c rixstat -n '__fish_seen_subcommand_from ids' -a '(__rixstat_ask groups)'
-complete -c rixstat -n '__fish_seen_subcommand_from get watch dump' -a '(__rixstat_ask ids)'
+complete -c rixstat -n '__fish_seen_subcommand_from get watch dump' -a '(__rixstat_ask groups; __rixstat_ask ids)'
 
 complete -c rixstat -l host -x -a '(__fish_print_hostnames)' -d 'Host name or address of the gateway'
 complete -c rixstat -l port -x -d 'Statistics port of the gateway'
 complete -c rixstat -l timeout -x -d 'Longest wait for each answer, in seconds'
-complete -c rixstat -l trace -x -a '0 1 2 3 4' -d 'Trace level'
+complete -c rixstat -l trace -x -a '0 1 2 3 4 5' -d 'Trace level'
 complete -c rixstat -l trace-file -r -F -d 'Append trace and dumps to a file'
 complete -c rixstat -s o -l output -x -a 'table wide json ndjson csv tsv prom name' -d 'Output form'
 complete -c rixstat -l columns -x -d 'Columns to show'
