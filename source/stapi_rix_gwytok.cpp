@@ -215,9 +215,9 @@ static void dropAreasOfLast()
 }
 
 // The token is off the list and in nobody else's use. takeLeave: by the close flow, which waits for the gateway.
-static void releaseToken(RIX_GatewayToken_t *gwTokPtr, bool takeLeave)
+// gwTokPtr: the variable that held it, which is named in the trace and not touched.
+static void releaseToken(Internal_GatewayToken_t *token, const RIX_GatewayToken_t *gwTokPtr, bool takeLeave)
 {
-    Internal_GatewayToken_t *token = *gwTokPtr;
     if (token->socketDescriptor >= 0) {
         const int closeRc = takeLeave ? closeConnection(&token->socketDescriptor) : close(token->socketDescriptor);
         token->connStatus = closeRc != 0 ? 3 : 4;
@@ -239,7 +239,6 @@ static void releaseToken(RIX_GatewayToken_t *gwTokPtr, bool takeLeave)
     DEBUG(2010, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p) Free gateway token(%p) \n", ptr(gwTokPtr),
           ptr(record));
     free(token);
-    *gwTokPtr = nullptr;
     DEBUG(2011, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p) Freed gateway token(%p) \n", ptr(gwTokPtr),
           ptr(record));
     dropAreasOfLast();
@@ -286,20 +285,27 @@ int removeGatewayTokenInUse(RIX_GatewayToken_t *gwTokPtr)
 {
     if (deleteGatewayToken(gwTokPtr, 1) == STAPI_OK) return STAPI_OK;
     // Not found: closed by another thread meanwhile, or too far down the list.
+    Internal_GatewayToken_t *const token = *gwTokPtr;
     requestLock(&gtlLock);
-    const bool closed = (*gwTokPtr)->closed;
-    if (!closed) unchainAnywhere(*gwTokPtr);
+    const bool closed = token->closed;
+    if (!closed) unchainAnywhere(token);
     releaseLock(&gtlLock);
-    releaseToken(gwTokPtr, !closed);
+    *gwTokPtr = nullptr;
+    releaseToken(token, gwTokPtr, !closed);
     return closed ? STAPI_COMMS_FAILURE : STAPI_OK;
 }
 
-static int takeListed(Internal_GatewayToken_t *token, bool *leftToUser)
+// Sets the handle to null before anybody can notice that the connection has ended: its owner may open the next one into
+// the same variable.
+static int takeListed(Internal_GatewayToken_t *token, RIX_GatewayToken_t *gwTokPtr, bool *leftToUser)
 {
     Internal_GatewayToken_t *parentToken = nullptr;
     requestLock(&gtlLock);
     const bool found = findGatewayToken(token, &parentToken) == GTL_FOUND;
-    if (found) *leftToUser = takeOffList(token, parentToken);
+    if (found) {
+        *gwTokPtr = nullptr;
+        *leftToUser = takeOffList(token, parentToken);
+    }
     releaseLock(&gtlLock);
     return found ? STAPI_OK : STAPI_GATEWAY_TOKEN_NOT_FOUND;
 }
@@ -309,19 +315,28 @@ int deleteGatewayToken(RIX_GatewayToken_t *gwTokPtr, int lockRequired)
     ENTRY(2009, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p,lockRequired=%d)\n", ptr(gwTokPtr), lockRequired);
     int rc = STAPI_OK;
     bool leftToUser = false;
+    Internal_GatewayToken_t *const token = gwTokPtr != nullptr ? *gwTokPtr : nullptr; // read once: see takeListed()
     if (gwTokPtr == nullptr)
         rc = STAPI_NULL_GATEWAY_TOKEN_PTR;
-    else if (*gwTokPtr == nullptr)
+    else if (token == nullptr)
         rc = STAPI_NULL_GATEWAY_TOKEN;
     else if (lockRequired == 1)
-        rc = takeListed(*gwTokPtr, &leftToUser);
-    if (leftToUser)
+        rc = takeListed(token, gwTokPtr, &leftToUser);
+    else
         *gwTokPtr = nullptr;
-    else if (rc == STAPI_OK)
-        releaseToken(gwTokPtr, true);
+    if (rc == STAPI_OK && !leftToUser) releaseToken(token, gwTokPtr, true);
     EXIT(2012, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p,lockRequired=%d) rc=%d\n", ptr(gwTokPtr), lockRequired,
          rc);
     return rc;
+}
+
+static void traceEntry(const Internal_GatewayToken_t *indexToken, int count)
+{
+    if (!traceOn(Line::event)) return;
+    char formattedToken[FORMATTED_TOKEN_SIZE];
+    formatGatewayToken(indexToken, formattedToken);
+    EVENT(2034, "stapi_rix_gwytok.deleteGatewayTokens(indexToken=%p) GTL entry %4.4d: %s\n", ptr(indexToken), count,
+          formattedToken);
 }
 
 // Takes the head off the list (gtlLock is held) and deletes it with the lock released, so that a gateway which is slow
@@ -329,24 +344,18 @@ int deleteGatewayToken(RIX_GatewayToken_t *gwTokPtr, int lockRequired)
 static void deleteHead(int count)
 {
     Internal_GatewayToken_t *indexToken = gtListHeadPtr;
-    char formattedToken[FORMATTED_TOKEN_SIZE] = "";
-    if (traceOn(Line::event)) formatGatewayToken(indexToken, formattedToken);
-    EVENT(2034, "stapi_rix_gwytok.deleteGatewayTokens(indexToken=%p) GTL entry %4.4d: %s\n", ptr(indexToken), count,
-          formattedToken);
+    traceEntry(indexToken, count);
     if (takeOffList(indexToken, nullptr)) return;
     releaseLock(&gtlLock);
     deleteGatewayToken(&indexToken, 0);
     requestLock(&gtlLock);
 }
 
-// The connections that there are now (gtlLock is held), GTL_WALK_LIMIT at most: those that are opened while these are
-// being closed come behind them and stay.
-static int countListed()
+// Whether the head of the list (gtlLock is held) was there when the token of that number had been chained last: what is
+// opened while others are being closed comes behind them and stays.
+static bool isHeadUpTo(uint32_t number)
 {
-    int count = 0;
-    for (const Internal_GatewayToken_t *token = gtListHeadPtr; token != nullptr && count < GTL_WALK_LIMIT; count++)
-        token = token->nextGwyTokPtr;
-    return count;
+    return gtListHeadPtr != nullptr && static_cast<int32_t>(gtListHeadPtr->number - number) <= 0;
 }
 
 int deleteGatewayTokens()
@@ -359,8 +368,8 @@ int deleteGatewayTokens()
         EVENT(2035, "stapi_rix_gwytok.deleteGatewayTokens() GTL is EMPTY\n");
         rc = GTL_EMPTY;
     } else {
-        const int listed = countListed();
-        while (gtListHeadPtr != nullptr && count < listed)
+        const uint32_t last = gtlLastNumber;
+        while (isHeadUpTo(last) && count < GTL_WALK_LIMIT)
             deleteHead(++count);
         if (count == GTL_WALK_LIMIT) { // also when that many were all there were
             EXC(2014, "stapi_rix_gwytok.deleteGatewayTokens() GTL iteration has hit RUNAWAY limit %d.....\n", count);

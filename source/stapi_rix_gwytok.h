@@ -28,6 +28,7 @@ constexpr int GTL_WALK_LIMIT = 256;
 extern Internal_GatewayToken_t *gtListHeadPtr;
 extern Internal_GatewayToken_t *gtListTailPtr; // meaningless while the list is empty
 extern stapilock gtlLock;
+extern uint32_t gtlLastNumber; // of the token that was chained last; gtlLock is held for it, as for the list
 #pragma GCC visibility pop
 
 int initGTL(); // result of initializeLock()

@@ -9,6 +9,7 @@ namespace rixstats {
 Internal_GatewayToken_t *gtListHeadPtr = nullptr;
 Internal_GatewayToken_t *gtListTailPtr = nullptr;
 stapilock gtlLock;
+uint32_t gtlLastNumber = 0;
 
 int initGTL()
 {
@@ -23,6 +24,7 @@ static int appendToList(Internal_GatewayToken_t *newToken)
 {
     int rc = STAPI_OK;
     requestLock(&gtlLock);
+    newToken->number = ++gtlLastNumber;
     if (gtListHeadPtr == nullptr) {
         gtListHeadPtr = gtListTailPtr = newToken;
     } else if (gtListTailPtr != nullptr) {

@@ -91,7 +91,7 @@ int dup2ASCIIString(const char *in, char **out)
 }
 
 // What the output variable held before is the caller's and is not released.
-int dup2NativeString(const char *in, char **out)
+int dup2NativeString(const char *in, char **out, char **copy)
 {
     ENTRY(1116, "stapi_rix_impl.dup2NativeString(source dataPtr=%p, &outputPtr=%p) \n", ptr(in), ptr(out));
     int rc = 0;
@@ -100,16 +100,17 @@ int dup2NativeString(const char *in, char **out)
         rc = -2;
         EXC(1122, "stapi_rix_impl.dup2NativeString() supplied input data pointer was NULL or overlength\n");
     } else {
-        *out = static_cast<char *>(malloc(length));
+        char *const made = static_cast<char *>(malloc(length));
         DEBUG(1117, "stapi_rix_impl.dup2NativeString() called strdup for %d bytes. rc=0x%p\n", static_cast<int>(length),
-              ptr(*out));
-        if (*out == nullptr) {
+              ptr(made));
+        if (made == nullptr) {
             rc = -1;
             EXC(1121, "stapi_rix_impl.dup2NativeString() malloc failed for %d bytes\n", static_cast<int>(length));
         } else {
             DEBUG(1120, "stapi_rix_impl.dup2NativeString() about to memcpy for %d bytes. \n", static_cast<int>(length));
-            memcpy(*out, in, length);
+            memcpy(made, in, length);
         }
+        *out = *copy = made;
     }
     EXIT(1123, "stapi_rix_impl.dup2NativeString() readByteCount=%d rc=%d\n", static_cast<int>(length), rc);
     return rc;

@@ -51,9 +51,11 @@ inline int checkOwner(const Internal_ResultSetToken_t *rs)
 }
 
 // Copies of texts between the caller's character set and the library's, which are the same on this platform. 0; -1 if
-// there is no memory; -2 for a null pointer or a text of more than 32,765 bytes. The first releases what *out held.
+// there is no memory; -2 for a null pointer or a text of more than 32,765 bytes. The first releases what *out held. The
+// second writes a variable of the caller, which other threads may write as well: who goes on with the copy has it from
+// *copy.
 int dup2ASCIIString(const char *in, char **out);
-int dup2NativeString(const char *in, char **out);
+int dup2NativeString(const char *in, char **out, char **copy);
 
 int getFirstIdInternal(Internal_ResultSetToken_t *rs, RIX_IdData_t *idData);
 int getNextIdInternal(Internal_ResultSetToken_t *rs, RIX_IdData_t *idData);

@@ -28,11 +28,12 @@ static int handOutVersion(Internal_GatewayToken_t *token, char **protocolVersion
         *protocolVersionPtr = nullptr;
         return STAPI_OK;
     }
-    if (dup2NativeString(token->protocolVersion, protocolVersionPtr) != 0) return STAPI_NO_MEMORY;
+    char *copy = nullptr;
+    if (dup2NativeString(token->protocolVersion, protocolVersionPtr, &copy) != 0) return STAPI_NO_MEMORY;
     free(token->protocolVersion);
-    token->protocolVersion = *protocolVersionPtr;
+    token->protocolVersion = copy;
     EVENT(1001, "API.openRemoteGatewayConnection(&protoColVersion=0x%p) created String for proto@0x%p\n",
-          ptr(protocolVersionPtr), ptr(*protocolVersionPtr));
+          ptr(protocolVersionPtr), ptr(copy));
     return STAPI_OK;
 }
 

@@ -89,11 +89,14 @@ static bool isBroken(int rc)
 
 // The work of a query call behind its argument checks. query: null for a call without a query text. gwTokPtr: the
 // call's own copy of the handle, null after the connection was removed; the caller's stays as it is and is refused from
-// now on.
-static int runQuery(const QueryCall &call, RIX_GatewayToken_t *gwTokPtr, const char *query, RIX_ResultSetToken_t *rsPtr)
+// now on. shownQuery: where a call that shows its text at the end gets a copy of it, made while the connection is in
+// use; null in it if nothing is traced, or there was no memory.
+static int runQuery(const QueryCall &call, RIX_GatewayToken_t *gwTokPtr, const char *query, RIX_ResultSetToken_t *rsPtr,
+                    char **shownQuery = nullptr)
 {
     int rc = verifyGatewayToken(*gwTokPtr);
     if (rc != STAPI_OK) return rc;
+    if (shownQuery != nullptr && traceOn(Line::exit)) *shownQuery = strdup(query);
     rc = fillResultSet(call, *gwTokPtr, query);
     const RIX_ResultSetToken_t rs = (*gwTokPtr)->connRSPtr;
     if (!isBroken(rc) && endGatewayTokenUse(*gwTokPtr) != STAPI_OK) rc = STAPI_COMMS_FAILURE;
@@ -123,15 +126,18 @@ int getStatIdsByStatGroupId(RIX_GatewayToken_t gwTok, const char *providerIdsPtr
     int rc = stapiInit();
     ENTRY(1015, "API.getStatIdsByStatGroupId(gwTok=%p,providerIdsPtr=%p,statIdRsPtr=%p)\n", ptr(gwTok),
           ptr(providerIdsPtr), ptr(statIdRSPtr));
-    // For the EXIT line: the text of a getIdQuery() belongs to a connection, and goes with it if the query fails.
-    char *const query = traceOn(Line::exit) && providerIdsPtr != nullptr ? strdup(providerIdsPtr) : nullptr;
+    char *query = nullptr;
     if (rc == STAPI_OK)
         rc = firstMissing({{gwTok, STAPI_NULL_GATEWAY_TOKEN},
                            {providerIdsPtr, STAPI_NULL_QUERY_STRING},
                            {statIdRSPtr, STAPI_NULL_RESULT_SET_PTR}});
-    if (rc == STAPI_OK) rc = runQuery(STAT_IDS_BY_GROUP, &gwTok, providerIdsPtr, statIdRSPtr);
-    EXIT(1019, "API.getStatIdsByStatGroupId(gwTok=%p,query=%s,rs=%p) rc=%d\n", ptr(gwTok), textOrNull(query),
-         ptr(statIdRSPtr), rc);
+    const bool asked = rc == STAPI_OK;
+    if (asked) rc = runQuery(STAT_IDS_BY_GROUP, &gwTok, providerIdsPtr, statIdRSPtr, &query);
+    // The text of a getIdQuery() goes with its connection, which ends if the query fails, and which another thread may
+    // have closed: what the caller gave is looked at only if it was refused for another reason.
+    const bool ownText = !asked || rc == STAPI_WRONG_PROCESS || rc == STAPI_WRONG_THREAD;
+    EXIT(1019, "API.getStatIdsByStatGroupId(gwTok=%p,query=%s,rs=%p) rc=%d\n", ptr(gwTok),
+         textOrNull(ownText ? providerIdsPtr : query), ptr(statIdRSPtr), rc);
     free(query);
     return rc;
 }

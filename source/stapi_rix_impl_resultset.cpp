@@ -69,7 +69,7 @@ static int buildQuery(Internal_ResultSetToken_t *rs, QueryText *query, char **id
     if (query->length == 0) return STAPI_NO_IDS_FOR_QUERY;
     memcpy(rs->validatedQueryPtr, query->text, QUERY_TEXT_SIZE); // zeros behind the text, as callers may know it
     *idQueryStringPtr = rs->validatedQueryPtr;
-    EVENT(1141, "API.getIdQuery Created query string %s from results in result set token %p\n", *idQueryStringPtr,
+    EVENT(1141, "API.getIdQuery Created query string %s from results in result set token %p\n", rs->validatedQueryPtr,
           ptr(rs));
     return STAPI_OK;
 }

@@ -133,14 +133,17 @@ static int changeTraceFile(const char *traceFile)
 int setAPITraceFile(const char *traceFile)
 {
     int rc = stapiInit();
+    const bool ready = rc == STAPI_OK;
     TraceFileName name = {""};
-    if (rc == STAPI_OK && traceOn(Line::entry)) readFileName(&name);
-    ENTRY(1097, "API.setAPITraceFile(traceFile=%p) current trace destination=%s\n", ptr(traceFile), name.text);
-    if (rc == STAPI_OK) {
-        rc = changeTraceFile(traceFile);
-        if (traceOn(Line::exit)) readFileName(&name);
+    if (traceOn(Line::entry)) {
+        if (ready) readFileName(&name);
+        ENTRY(1097, "API.setAPITraceFile(traceFile=%p) current trace destination=%s\n", ptr(traceFile), name.text);
     }
-    EXIT(1101, "API.setAPITraceFile(traceFile=%p) new trace destination=%s rc=%d\n", ptr(traceFile), name.text, rc);
+    if (ready) rc = changeTraceFile(traceFile);
+    if (traceOn(Line::exit)) {
+        if (ready) readFileName(&name);
+        EXIT(1101, "API.setAPITraceFile(traceFile=%p) new trace destination=%s rc=%d\n", ptr(traceFile), name.text, rc);
+    }
     return rc;
 }
 

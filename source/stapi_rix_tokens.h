@@ -5,6 +5,7 @@
 #include "rixstats.h"
 
 #include <atomic>
+#include <cstdint>
 #include <pthread.h>
 #include <sys/types.h>
 
@@ -53,8 +54,9 @@ typedef struct _Internal_GatewayToken_t
     pthread_t owningTid;
     char *protocolVersion;
     struct _Internal_GatewayToken_t *nextGwyTokPtr;
-    bool inUse;  // the owning thread is opening the connection or running a query on it
-    bool closed; // meanwhile another thread took it off the list: the thread that uses it releases it
+    bool inUse;      // the owning thread is opening the connection or running a query on it
+    bool closed;     // meanwhile another thread took it off the list: the thread that uses it releases it
+    uint32_t number; // rises along the list, from one connection to the next
 } Internal_GatewayToken_t;
 
 // The read position may be dumped by another thread while the owning one walks on.
