@@ -287,7 +287,7 @@ int removeGatewayTokenInUse(RIX_GatewayToken_t *gwTokPtr)
     // Not found: closed by another thread meanwhile, or too far down the list.
     Internal_GatewayToken_t *const token = *gwTokPtr;
     requestLock(&gtlLock);
-    const bool closed = token->closed;
+    const bool closed = token->closed; // in use, so there is one. NOLINT(clang-analyzer-core.NullDereference)
     if (!closed) unchainAnywhere(token);
     releaseLock(&gtlLock);
     *gwTokPtr = nullptr;
@@ -296,35 +296,37 @@ int removeGatewayTokenInUse(RIX_GatewayToken_t *gwTokPtr)
 }
 
 // Sets the handle to null before anybody can notice that the connection has ended: its owner may open the next one into
-// the same variable.
-static int takeListed(Internal_GatewayToken_t *token, RIX_GatewayToken_t *gwTokPtr, bool *leftToUser)
+// the same variable. *toRelease stays null if the thread that uses the token has to release it.
+static int takeListed(Internal_GatewayToken_t *token, RIX_GatewayToken_t *gwTokPtr, Internal_GatewayToken_t **toRelease)
 {
     Internal_GatewayToken_t *parentToken = nullptr;
     requestLock(&gtlLock);
     const bool found = findGatewayToken(token, &parentToken) == GTL_FOUND;
     if (found) {
         *gwTokPtr = nullptr;
-        *leftToUser = takeOffList(token, parentToken);
+        if (!takeOffList(token, parentToken)) *toRelease = token;
     }
     releaseLock(&gtlLock);
     return found ? STAPI_OK : STAPI_GATEWAY_TOKEN_NOT_FOUND;
 }
 
+static int takeToken(RIX_GatewayToken_t *gwTokPtr, int lockRequired, Internal_GatewayToken_t **toRelease)
+{
+    if (gwTokPtr == nullptr) return STAPI_NULL_GATEWAY_TOKEN_PTR;
+    Internal_GatewayToken_t *const token = *gwTokPtr; // read once: see takeListed()
+    if (token == nullptr) return STAPI_NULL_GATEWAY_TOKEN;
+    if (lockRequired == 1) return takeListed(token, gwTokPtr, toRelease);
+    *gwTokPtr = nullptr;
+    *toRelease = token;
+    return STAPI_OK;
+}
+
 int deleteGatewayToken(RIX_GatewayToken_t *gwTokPtr, int lockRequired)
 {
     ENTRY(2009, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p,lockRequired=%d)\n", ptr(gwTokPtr), lockRequired);
-    int rc = STAPI_OK;
-    bool leftToUser = false;
-    Internal_GatewayToken_t *const token = gwTokPtr != nullptr ? *gwTokPtr : nullptr; // read once: see takeListed()
-    if (gwTokPtr == nullptr)
-        rc = STAPI_NULL_GATEWAY_TOKEN_PTR;
-    else if (token == nullptr)
-        rc = STAPI_NULL_GATEWAY_TOKEN;
-    else if (lockRequired == 1)
-        rc = takeListed(token, gwTokPtr, &leftToUser);
-    else
-        *gwTokPtr = nullptr;
-    if (rc == STAPI_OK && !leftToUser) releaseToken(token, gwTokPtr, true);
+    Internal_GatewayToken_t *toRelease = nullptr;
+    const int rc = takeToken(gwTokPtr, lockRequired, &toRelease);
+    if (toRelease != nullptr) releaseToken(toRelease, gwTokPtr, true);
     EXIT(2012, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p,lockRequired=%d) rc=%d\n", ptr(gwTokPtr), lockRequired,
          rc);
     return rc;

@@ -100,17 +100,17 @@ int dup2NativeString(const char *in, char **out, char **copy)
         rc = -2;
         EXC(1122, "stapi_rix_impl.dup2NativeString() supplied input data pointer was NULL or overlength\n");
     } else {
-        char *const made = static_cast<char *>(malloc(length));
+        *copy = static_cast<char *>(malloc(length));
         DEBUG(1117, "stapi_rix_impl.dup2NativeString() called strdup for %d bytes. rc=0x%p\n", static_cast<int>(length),
-              ptr(made));
-        if (made == nullptr) {
+              ptr(*copy));
+        if (*copy == nullptr) {
             rc = -1;
             EXC(1121, "stapi_rix_impl.dup2NativeString() malloc failed for %d bytes\n", static_cast<int>(length));
         } else {
             DEBUG(1120, "stapi_rix_impl.dup2NativeString() about to memcpy for %d bytes. \n", static_cast<int>(length));
-            memcpy(made, in, length);
+            memcpy(*copy, in, length);
         }
-        *out = *copy = made;
+        *out = *copy;
     }
     EXIT(1123, "stapi_rix_impl.dup2NativeString() readByteCount=%d rc=%d\n", static_cast<int>(length), rc);
     return rc;
