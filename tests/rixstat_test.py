@@ -246,12 +246,12 @@ class Watch(Files):
 
 
 class Terminal(unittest.TestCase):
-    def session(self, gateway, seconds, width=80, **environment):
+    def session(self, gateway, seconds, width=80, arguments=(), **environment):
         """What a terminal of 24 lines is sent by watch in so many seconds, and the viewer's status on ^C."""
         master, slave = pty.openpty()
         fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, width, 0, 0))
         environment = {"PATH": os.environ["PATH"], "TERM": "xterm", "LC_ALL": "C.UTF-8", **environment}
-        viewer = subprocess.Popen([RIXSTAT, "--port", gateway.port, "watch", "-i", "0.1"], stdin=slave, stdout=slave,
+        viewer = subprocess.Popen([RIXSTAT, "--port", gateway.port, "watch", "-i", "0.1", *arguments], stdin=slave, stdout=slave,
                                   stderr=slave, env=environment)
         os.close(slave)
         sent, end = b"", time.monotonic() + seconds
@@ -286,6 +286,14 @@ class Terminal(unittest.TestCase):
         self.assertIn("▇" if "▇" in text else "█", text)
         headers = {frame.split("\r\n")[1] for frame in frames}
         self.assertEqual(1, len(headers), "nothing shifts")
+
+    def test_narrow_screens_keep_what_they_can(self):
+        with Simulator() as gateway:
+            shown = {width: self.session(gateway, 1, width)[0] for width in (20, 30)}
+            numbers, _ = self.session(gateway, 1, 24, ("--columns", "value,change,rate", "Requests"))
+        for width, text in shown.items():
+            self.assertEqual(width == 30, "VALUE" in self.check_frames(text, width)[-1])
+        self.assertRegex(self.check_frames(numbers, 24)[-1], r"VALUE +CHANGE\x1b")
 
     def test_honours_no_color_and_terminals_that_cannot(self):
         with Simulator() as gateway:
@@ -368,7 +376,13 @@ class Failures(Files):
             self.assertRegex(trace, r"^\*\*\* .*\n.*\[3212\] \*EXC\* ")
         self.assertEqual(1, kept.stderr.count("\n"))
         self.check(rixstat("--trace-file", str(self.directory / "no" / "t"), "groups"), 1, "-130")
-        with Simulator() as gateway:
+        pipe = self.directory / "pipe"
+        os.mkfifo(pipe)
+        with Simulator() as gateway, open(self.directory / "piped", "w+") as piped:
+            reader = subprocess.Popen(["cat", pipe], stdout=piped)
+            result = rixstat("--port", gateway.port, "--trace", "4", "--trace-file", str(pipe), "get")
+            self.assertEqual((0, 0), (result.returncode, reader.wait(timeout=20)))
+            self.assertIn("[1006] EXIT", piped.seek(0) or piped.read())
             rixstat("--port", gateway.port, "--trace-file", str(path) + "3", "dump", "Queue_Length")
             for options in (("dump",), ("--trace", "1", "dump"), ("--trace", "4", "get")):
                 full = rixstat("--port", gateway.port, "--trace-file", "/dev/full", *options)
@@ -386,7 +400,8 @@ class Failures(Files):
             named = f"# mine\r\nport = 1\n\n[gateways.prod] # live\nhost = '127.0.0.1'\nport = {gateway.port}\n"
             self.assertEqual(0, run(named, "@prod", "-o", "name", "groups").returncode)
             self.assertEqual("Queue_Length\n", run(named, "-o", "name", "get", "@prod", "Queue_Length").stdout)
-            self.assertEqual(2, run(named, "@prod", "get", "@prod").returncode)
+            for refused in (("@prod", "get", "@prod"), ("version", "prod")):
+                self.assertEqual(2, run(named, *refused).returncode)
             self.assertEqual(0, run(f"port = {gateway.port}\n", "groups").returncode)
             self.check(run(named, "groups"), 3, "port 1:")
             self.check(run(named, "@prod", "--port", "2", "groups"), 3, "port 2:")

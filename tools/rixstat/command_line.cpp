@@ -151,11 +151,11 @@ void addCommands(CLI::App &app, CommandLine &line)
     }
 }
 
-// A named gateway is understood behind the command, too, where it stands among the ids.
+// A named gateway is understood behind the command, too, where it stands among the ids. A pattern is none.
 void takeGateway(Parts &parts, std::vector<std::string> &ids)
 {
     for (size_t i = 0; i < ids.size();) {
-        if (ids[i][0] != '@') {
+        if (ids[i][0] != '@' || ids[i].find_first_of("*?") != std::string::npos) {
             ++i;
             continue;
         }
@@ -177,7 +177,6 @@ void applyConfig(const Parts &parts, Settings &settings)
     const Config config = readConfig();
     applyAddress(config.standard, parts, settings);
     if (parts.gateway.empty()) return;
-    if (parts.gateway[0] != '@') throw UsageError(noCommand(parts.gateway));
     std::string known;
     for (const auto &[name, address] : config.gateways) {
         if (parts.gateway == "@" + name) return applyAddress(address, parts, settings);
@@ -207,6 +206,7 @@ void parseCommandLine(int argc, char **argv, CommandLine &line)
     addCommands(app, line);
     try {
         app.parse(argc, argv);
+        if (!parts.gateway.empty() && parts.gateway[0] != '@') throw UsageError(noCommand(parts.gateway));
         takeGateway(parts, line.settings.ids);
         if ((line.command->options & asksNobody) == 0) applyConfig(parts, line.settings);
         applyDefaults(line);

@@ -39,14 +39,15 @@ std::string timeNow()
 struct SortKey
 {
     int kind; // 0 number, 1 text, 2 nothing
-    double number;
+    long double number;
     std::string text;
 };
 
 SortKey keyOf(const std::string &cell)
 {
     if (cell.empty()) return {2, 0, {}};
-    if (const std::optional<Number> number = parseNumber(cell)) return {0, number->value, {}};
+    if (const std::optional<Number> number = parseNumber(cell))
+        return {0, number->integer ? static_cast<long double>(*number->integer) : number->value, {}};
     return {1, 0, cell};
 }
 

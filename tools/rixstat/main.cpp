@@ -29,9 +29,18 @@ static int run(const CommandLine &line)
         complain(describe(timeOut(step, STAPI_COMMS_FAILURE, settings), settings));
     });
     TraceTap tap(settings);
-    const ExitStatus status = line.command->run({line.command->name, line.command->plan, settings, guard, tap});
-    tap.finish();
-    return status;
+    const auto lostTrace = [&tap] {
+        const std::string problem = tap.finish();
+        if (!problem.empty()) complain(problem);
+        return !problem.empty();
+    };
+    try {
+        const ExitStatus status = line.command->run({line.command->name, line.command->plan, settings, guard, tap});
+        return lostTrace() && status == exitGood ? exitFailed : status;
+    } catch (...) {
+        lostTrace();
+        throw;
+    }
 }
 
 // Every failure of the viewer ends here, as one line on standard error.

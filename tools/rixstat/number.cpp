@@ -51,10 +51,16 @@ std::optional<Number> parseNumber(const std::string &text)
     return number;
 }
 
+double distance(const Number &minuend, const Number &subtrahend)
+{
+    if (minuend.integer && subtrahend.integer) return static_cast<double>(*minuend.integer - *subtrahend.integer);
+    return minuend.value - subtrahend.value + 0.0; // no minus zero
+}
+
 std::string difference(const Number &minuend, const Number &subtrahend)
 {
     if (minuend.integer && subtrahend.integer) return std::to_string(*minuend.integer - *subtrahend.integer);
-    return fixed(minuend.value - subtrahend.value, std::max(minuend.decimals, subtrahend.decimals));
+    return fixed(distance(minuend, subtrahend), std::max(minuend.decimals, subtrahend.decimals));
 }
 
 std::string fixed(double number, int decimals)

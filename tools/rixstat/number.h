@@ -19,7 +19,9 @@ struct Number
 // An optional minus, digits without needless zeros in front, optional decimals, optional exponent; nothing else.
 std::optional<Number> parseNumber(const std::string &text);
 
-// The first less the second, exact for integers, with the decimals of the one that has more.
+// The first less the second, as a number and as a text: exact for integers, the text with the decimals of the one that
+// has more.
+double distance(const Number &minuend, const Number &subtrahend);
 std::string difference(const Number &minuend, const Number &subtrahend);
 
 // The number with so many decimals.

@@ -25,15 +25,6 @@ int writeAll(int descriptor, const std::string &text)
     return 0;
 }
 
-int appendTo(const std::string &file, const std::string &text)
-{
-    const int descriptor = open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
-    if (descriptor < 0) return errno;
-    const int written = writeAll(descriptor, text);
-    const int closed = close(descriptor) == 0 ? 0 : errno; // some file systems tell only now that they are full
-    return written != 0 ? written : closed;
-}
-
 void prepareOutput()
 {
     std::signal(SIGPIPE, SIG_IGN);

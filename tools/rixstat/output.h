@@ -15,9 +15,8 @@ void prepareOutput();
 // std::system_error if any of it could not be written for another reason.
 bool print(const std::string &text);
 
-// Writes the whole text to a descriptor, or at the end of a file. The errno of what failed; 0: all is written.
+// Writes the whole text to a descriptor. The errno of the write that failed; 0: all is written.
 int writeAll(int descriptor, const std::string &text);
-int appendTo(const std::string &file, const std::string &text);
 
 // Writes "rixstat: ", the text and a line end to standard error, at once.
 void complain(const std::string &text);

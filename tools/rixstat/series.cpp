@@ -4,6 +4,7 @@
 #include "text.h"
 
 #include <algorithm>
+#include <cmath>
 #include <optional>
 
 namespace rixstat {
@@ -25,7 +26,9 @@ void Series::compare(History &history, Row &row, Clock::time_point when)
     row.changed = row[fieldValue] != history.value;
     if (!now || !before) return;
     const double seconds = std::chrono::duration<double>(when - history.when).count();
-    const bool fell = now->value < before->value;
+    const double rise = distance(*now, *before);
+    if (!std::isfinite(rise)) return;
+    const bool fell = rise < 0;
     if (fell && (now->value < 0 || now->value > before->value / 2)) history.gauge = true;
     if (fell && !history.gauge) {
         row[fieldNote] = "restarted";
@@ -33,7 +36,7 @@ void Series::compare(History &history, Row &row, Clock::time_point when)
     }
     row[fieldChange] = difference(*now, *before);
     if (fell || seconds <= 0) return;
-    const double rate = (now->value - before->value) / seconds;
+    const double rate = rise / seconds;
     row[fieldRate] = fixed(rate, 3);
     keep(history.rates, rate);
 }

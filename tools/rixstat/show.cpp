@@ -62,12 +62,15 @@ ExitStatus runDump(const Viewer &viewer)
     // Before the query, whose result set would else be dumped twice and whose failure would end the connection.
     require(dumpState(), "dumping the state");
     viewer.tap.passOn();
+    std::vector<Row> rows;
     if (!selection.empty()) {
-        require(dumpResultSet(session.ask(Content::values, selection.ids())), "dumping the result set");
+        const RIX_ResultSetToken_t results = session.ask(Content::values, selection.ids());
+        require(dumpResultSet(results), "dumping the result set");
         viewer.tap.passOn();
+        rows = rowsOf(collect(Content::values, results), Content::values);
     }
     session.beginClose();
-    const ExitStatus status = reportFailures({}, selection.unmatched(), settings);
+    const ExitStatus status = reportFailures(rows, selection.unmatched(), settings);
     session.endClose();
     return status;
 }

@@ -12,9 +12,9 @@ namespace {
 // Longer cells stand out of their column rather than push all others to the right.
 constexpr size_t widestColumn = 60;
 constexpr size_t widestNumber = 24;
-// On a screen texts are cut to these, unless there is room for more; numbers are whole, or not there.
+// On a screen texts are cut to these, but for ids and times; numbers are whole, or not there.
 constexpr size_t widestOnScreen = 15;
-constexpr size_t narrowestId = 24; // and less where the screen would have no room for a value
+constexpr size_t narrowestId = 24; // and less where that leaves room for a value
 constexpr size_t leastId = 8;
 
 constexpr size_t between = 2;
@@ -116,36 +116,30 @@ void Table::widen(const Fields &fields, const Cells &cells)
     }
 }
 
-// How far the ids give way: so far that a value has room beside them, if that can be.
+// How far the ids give way: so far that the value has room beside them, if that can be.
 size_t Table::narrowestIds(const Fields &fields) const
 {
-    const size_t value = positionOf(fields, fieldValue);
-    if (value == fields.size()) return narrowestId;
-    const size_t taken = columns[value].shown + between;
-    return std::clamp(screenWidth - std::min(screenWidth, taken), leastId, narrowestId);
+    const size_t id = positionOf(fields, fieldId), value = positionOf(fields, fieldValue);
+    if (id == fields.size() || value == fields.size()) return narrowestId;
+    size_t others = 0; // up to the later of the two
+    for (size_t i = 0; i <= std::max(id, value); ++i)
+        others += i == id ? 0 : columns[i].shown + between;
+    return others + leastId > screenWidth ? narrowestId : std::min(narrowestId, screenWidth - others);
 }
 
-// Decides what each column gets of the screen. Where there is too little room the ids give way, then the last columns
-// go; where there is some left, texts that were cut get it.
+// Decides what each column gets of the screen: the ids give way, then the last columns go.
 void Table::share(const Fields &fields)
 {
     size_t total = 0, id = 0;
     for (size_t i = 0; i < fields.size(); ++i) {
         Column &column = columns[i];
-        const bool flexible = fields[i] == fieldId || fields[i] == fieldElement || fields[i] == fieldGroup;
+        const bool whole =
+            fields[i] == fieldId || fields[i] == fieldElement || fields[i] == fieldGroup || fields[i] == fieldTime;
         if (fields[i] == fieldId) id = i;
-        column.shown =
-            fitting && !flexible ? std::max(column.numbers, std::min(column.all, widestOnScreen)) : column.all;
+        column.shown = fitting && !whole ? std::max(column.numbers, std::min(column.all, widestOnScreen)) : column.all;
         total += column.shown + (i > 0 ? between : 0);
     }
-    if (!fitting) return;
-    for (Column &column : columns) {
-        const size_t room = screenWidth - std::min(screenWidth, total);
-        const size_t more = std::min(room, column.all - std::min(column.all, column.shown));
-        column.shown += more;
-        total += more;
-    }
-    if (total <= screenWidth) return;
+    if (!fitting || total <= screenWidth) return;
     const size_t spare = columns[id].shown - std::min(columns[id].shown, narrowestIds(fields));
     const size_t taken = std::min(spare, total - screenWidth);
     columns[id].shown -= taken;
@@ -160,7 +154,8 @@ void Table::share(const Fields &fields)
 std::string Table::placed(const Column &column, const Cell &cell) const
 {
     const std::string shown = fitting ? cut(cell.text, column.shown) : cell.text;
-    const std::string number = cell.right ? padded(shown, column.numbers, true) : shown;
+    const size_t width = fitting ? std::min(column.numbers, column.shown) : column.numbers;
+    const std::string number = cell.right ? padded(shown, width, true) : shown;
     return padded(number, column.shown, false);
 }
 

@@ -39,8 +39,9 @@ struct Disguise
 };
 
 constexpr Disguise disguises[] = {
-    {"\u061C", "\u061C"}, {"\u200B", "\u200B"}, {"\u200E", "\u200F"}, {"\u2028", "\u202E"},
-    {"\u2060", "\u206F"}, {"\uFEFF", "\uFEFF"}, {"\uFFF9", "\uFFFB"},
+    {"\u00AD", "\u00AD"}, {"\u061C", "\u061C"},         {"\u180E", "\u180E"}, {"\u200B", "\u200B"},
+    {"\u200E", "\u200F"}, {"\u2028", "\u202E"},         {"\u2060", "\u206F"}, {"\uFEFF", "\uFEFF"},
+    {"\uFFF9", "\uFFFB"}, {"\U000E0001", "\U000E007F"},
 };
 
 // In UTF-8 the order of the bytes is that of the characters.

@@ -2,17 +2,18 @@
 
 #include "codes.h"
 #include "output.h"
+#include "text.h"
 
 #include <rixstats.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <sstream>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace rixstat {
@@ -81,6 +82,9 @@ TraceTap::TraceTap(const Settings &settings)
     if (direct) {
         followUsersFile();
     } else {
+        // While the library has it open: the reader of a pipe must not see an end between the two.
+        target = userFile.empty() ? STDERR_FILENO : open(userFile.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+        if (target < 0) lost = errno;
         descriptor = memfd_create("rixstat trace", MFD_CLOEXEC);
         ours = descriptor >= 0 && setAPITraceFile(ownFile().c_str()) == STAPI_OK;
     }
@@ -98,6 +102,7 @@ TraceTap::~TraceTap()
 {
     takeText();
     if (descriptor >= 0) close(descriptor);
+    if (target > STDERR_FILENO) close(target);
 }
 
 void TraceTap::listen(int level)
@@ -139,12 +144,12 @@ void TraceTap::passOn()
     forget();
 }
 
-void TraceTap::finish()
+std::string TraceTap::finish()
 {
     takeText();
-    if (lost != 0)
-        throw std::system_error(lost, std::generic_category(),
-                                "cannot write the trace to " + (userFile.empty() ? "standard error" : userFile));
+    if (lost == 0) return {};
+    return "cannot write the trace to " + (userFile.empty() ? "standard error" : printable(userFile)) + ": " +
+           std::strerror(lost);
 }
 
 // What has been written since the last time.
@@ -172,7 +177,7 @@ std::string TraceTap::takeText()
 
 void TraceTap::show(const std::string &text)
 {
-    const int error = userFile.empty() ? writeAll(STDERR_FILENO, text) : appendTo(userFile, text);
+    const int error = writeAll(target, text);
     if (lost == 0 && error != EPIPE) lost = error; // a reader that has gone misses nothing
 }
 

@@ -37,8 +37,8 @@ public:
     // What the library has written since is a dump for the user, and is shown as it is.
     void passOn();
 
-    // Shows what is left. Throws std::system_error if any of what was to be shown could not be written.
-    void finish();
+    // Shows what is left. Says what is wrong if any of what was to be shown could not be written; else nothing.
+    std::string finish();
 
 private:
     void followUsersFile();
@@ -54,6 +54,7 @@ private:
     int descriptor = -1; // of the file that the trace goes to; -1: it cannot be read back
     bool ours = false;   // a file of ours, which nobody else reads
     off_t position = 0;  // up to where it has been read
+    int target = -1;     // where the user wants it, as long as the file is ours
     int lost = 0;        // errno of the first write that failed
 };
 

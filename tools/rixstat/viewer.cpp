@@ -5,6 +5,7 @@
 #include "usage_error.h"
 
 #include <algorithm>
+#include <system_error>
 
 namespace rixstat {
 namespace {
@@ -102,7 +103,10 @@ void reportAbsence(Presenter &presenter, const Failure &failure, const Settings 
     if (settings.form != "prom" || failure.cause == Cause::here) return;
     Document document = presenter.arranged({});
     document.gap = describe(failure, settings);
-    print(presenter.text(document));
+    try {
+        print(presenter.text(document));
+    } catch (const std::system_error &) { // the failure is what the user has to be told
+    }
 }
 
 ExitStatus reportFailures(const std::vector<Row> &rows, const std::vector<std::string> &unmatched,

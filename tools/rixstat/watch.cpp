@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 namespace rixstat {
 namespace {
@@ -63,6 +64,7 @@ private:
     int shown = 0;
     bool complete = true; // no gap, no failed element so far
     bool afterGap = false;
+    bool atOnce = false; // the gap is shown for news, and no sample's time has to come before the next try
 };
 
 constexpr seconds longestPause{30};
@@ -78,8 +80,10 @@ Watch::Watch(const Viewer &given)
 ExitStatus Watch::run()
 {
     Schedule schedule(settings.interval);
-    while (show(next()) && !isOver())
-        if (viewer.guard.pauseUntil(schedule.next()) == Guard::Pause::readerGone) break;
+    while (show(next()) && !isOver()) {
+        const Clock::time_point then = std::exchange(atOnce, false) ? Clock::now() : schedule.next();
+        if (viewer.guard.pauseUntil(then) == Guard::Pause::readerGone) break;
+    }
     if (screen && selection.empty()) reportFailures({}, selection.unmatched(), settings); // the screen has hidden it
     if (session) {
         session->beginClose();
@@ -102,9 +106,9 @@ Document Watch::next()
             // What fails from the start is not waited for: it is rather a slip than an outage.
             if (shown == 0) reportAbsence(presenter, failure, settings);
             if (shown == 0 || failure.cause == Cause::here) throw;
+            atOnce = !outage && failure.cause == Cause::timeOut;
             lose(failure);
-            // After so long a wait the reader is told before the next one begins.
-            if (failure.cause == Cause::timeOut) break;
+            if (failure.cause == Cause::timeOut) break; // the reader is told before the next long wait begins
         }
     }
     return gap();

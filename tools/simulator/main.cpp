@@ -187,7 +187,7 @@ int main(int argc, char **argv)
         finishOptions(arguments);
         run(arguments.options);
     } catch (const CLI::ParseError &error) {
-        if (error.get_exit_code() == 0) return app.exit(error); // --help
+        if (error.get_exit_code() == 0) return app.exit(error); // --help, --version
         complain(error.what() + std::string(" (see rixgwsim --help)"));
         return kUsageError;
     } catch (const std::invalid_argument &error) {

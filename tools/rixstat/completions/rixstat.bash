@@ -74,6 +74,7 @@ _rixstat_word() {
         for kind in "${kinds[@]}"; do
             mapfile -t -O "${#offers[@]}" offers < <(
                 "${words[0]}" "${gateway[@]}" --timeout 1 --output name "$kind" 2>/dev/null)
+            ((${#offers[@]})) || break # one wait is enough
         done
     fi
     _rixstat_offer "${offers[@]}"

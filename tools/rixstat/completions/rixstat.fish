@@ -37,7 +37,7 @@ complete -c rixstat -n $none -a dump -d 'Write the state of the library, for sup
 complete -c rixstat -n $none -a version -d 'Show versions'
 
 complete -c rixstat -n '__fish_seen_subcommand_from ids' -a '(__rixstat_ask groups)'
-complete -c rixstat -n '__fish_seen_subcommand_from get watch dump' -a '(__rixstat_ask groups; __rixstat_ask ids)'
+complete -c rixstat -n '__fish_seen_subcommand_from get watch dump' -a '(__rixstat_ask groups; and __rixstat_ask ids)'
 
 complete -c rixstat -l host -x -a '(__fish_print_hostnames)' -d 'Host name or address of the gateway'
 complete -c rixstat -l port -x -d 'Statistics port of the gateway'
