@@ -39,6 +39,27 @@ TEST(CallsDeathTest, EveryFailingCallIsToldByItsCodeAndLeavesNothing)
         expectSweep("open 0, query 0, close 0", interrupted, {EINTR}, 7);
 }
 
+using LateCloseTest = GatewayTest;
+
+TEST_F(LateCloseTest, BehindTheWholeAnswerEndsTheQueryAndIsTold)
+{
+    open();
+    int receives = 0; // of a query: two for each of its flows
+    afterRecv = [&] {
+        if (++receives != 4) return;
+        EXPECT_EQ(STAPI_OK, inThread(closeAllGatewayConnections));
+    };
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(STAPI_OK, setAPITraceLevel(2));
+    RIX_ResultSetToken_t stats = nullptr;
+    EXPECT_EQ(STAPI_COMMS_FAILURE, getStats(gateway, &stats));
+    EXPECT_EQ(STAPI_OK, setAPITraceLevel(0));
+    afterRecv = nullptr;
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("[1028] EVENT  API.getStats Removing"));
+    EXPECT_TRUE(stats == nullptr && receives == 4);
+    EXPECT_EQ(STAPI_GATEWAY_TOKEN_NOT_FOUND, closeGatewayConnection(&gateway));
+}
+
 class ConnectWaitTest : public GatewayTest
 {
 protected:

@@ -27,9 +27,11 @@ struct Injection
     bool struck() const { return seen >= nth; }
 };
 
-// Of this thread: what fails, what stands in for select() where it waits for a connect, how far time() is ahead.
+// Of this thread: what fails, what stands in for select() where it waits for a connect, what happens behind each recv(),
+// how far time() is ahead.
 extern thread_local Injection injection;
 extern thread_local std::function<int(const timeval &timeout)> connectWait;
+extern thread_local std::function<void()> afterRecv;
 extern thread_local time_t clockAhead;
 
 // Blocks that the library has allocated in this thread and not freed, address lists among them.

@@ -11,6 +11,7 @@ namespace fault {
 
 thread_local Injection injection;
 thread_local std::function<int(const timeval &)> connectWait;
+thread_local std::function<void()> afterRecv;
 thread_local time_t clockAhead = 0;
 thread_local long liveBlocks = 0;
 
@@ -69,7 +70,9 @@ ssize_t __wrap_recv(int desc, void *data, size_t size, int flags)
 {
     if (fails("recv")) return errno == 0 ? 0 : -1;
     if (fault::injection.call == "recv") return __real_recv(desc, data, std::min<size_t>(size, 65536), MSG_WAITALL);
-    return __real_recv(desc, data, size, flags);
+    const ssize_t got = __real_recv(desc, data, size, flags);
+    if (fault::afterRecv) fault::afterRecv();
+    return got;
 }
 
 int __real_getaddrinfo(const char *, const char *, const addrinfo *, addrinfo **);

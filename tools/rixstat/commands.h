@@ -9,13 +9,13 @@
 
 namespace rixstat {
 
-// What only some commands have, options mostly.
+// What is so of some commands only.
 enum CommandOptions : unsigned
 {
     noOptions = 0,
-    repeats = 1, // --interval and --count
-    ranks = 2,   // --top and --by
-    asksNobody = 4
+    repeats = 1,   // --interval and --count
+    ranks = 2,     // --top and --by
+    asksNobody = 4 // needs no gateway and no configuration
 };
 
 struct Command
