@@ -1,18 +1,21 @@
 // Connection set-up with its time-out, the greeting, and the close.
 #include "stapi_rix_gwycon.h"
 
+#include "stapi_rix_call.h"
 #include "stapi_rix_diag.h"
 #include "stapi_rix_socketset.h"
 
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace rixstats {
@@ -23,6 +26,7 @@ static const int CONNECT_TIMEOUT_SECONDS = 60;
 
 static int getHostInfo(const char *address, int port, struct addrinfo **hostInfo)
 {
+    noteStep(RIX_STEP_RESOLVE);
     char portText[16];
     snprintf(portText, sizeof portText, "%d", port);
     struct addrinfo hints = {};
@@ -30,6 +34,8 @@ static int getHostInfo(const char *address, int port, struct addrinfo **hostInfo
     hints.ai_socktype = SOCK_STREAM;
     const int rc = getaddrinfo(address, portText, &hints, hostInfo);
     if (rc == 0) return 0;
+    callState.present.resolverCode = rc;
+    if (rc == EAI_SYSTEM) noteErrno(errno);
     EXC(3012, "stapi_rix_gwycon.getHostInfo() Unable to resolve host (%s:%s): %s(%d)\n", address, portText,
         gai_strerror(rc), rc);
     return CONNECT_HOST_NOT_FOUND;
@@ -47,13 +53,28 @@ static bool publishSocket(std::atomic<int> *socketDescriptorPtr, int desc)
     return socketDescriptorPtr->compare_exchange_strong(none, desc);
 }
 
+// A socket for the address that is none of the three standard streams: in a program that has closed one of them, what
+// it prints would go to the gateway.
+static int newSocket(const struct addrinfo *address)
+{
+    const int desc = socket(address->ai_family, address->ai_socktype | SOCK_CLOEXEC, address->ai_protocol);
+    if (desc < 0 || desc > STDERR_FILENO) return desc;
+    const int raised = fcntl(desc, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int savedErrno = errno;
+    close(desc);
+    errno = savedErrno;
+    return raised;
+}
+
 // A socket for the address, with keep-alive, without delay, and for now non-blocking. On failure there may be a socket
 // too.
 static int createSocket(const struct addrinfo *address, int *socketDesc)
 {
-    *socketDesc = socket(address->ai_family, address->ai_socktype | SOCK_CLOEXEC, address->ai_protocol);
+    noteStep(RIX_STEP_SOCKET);
+    *socketDesc = newSocket(address);
     if (*socketDesc < 0) {
         const int savedErrno = errno;
+        noteErrno(savedErrno);
         EXC(3001, "stapi_rix_gwycon.connectToGateway() Unable to create a socket: %s(%d)\n", strerror(savedErrno),
             savedErrno);
         return CONNECT_SOCKET_FAILED;
@@ -62,6 +83,7 @@ static int createSocket(const struct addrinfo *address, int *socketDesc)
     if (setsockopt(desc, SOL_SOCKET, SO_KEEPALIVE, &sockOptOn, sizeof sockOptOn) != 0 ||
         setsockopt(desc, IPPROTO_TCP, TCP_NODELAY, &sockOptOn, sizeof sockOptOn) != 0)
     {
+        noteErrno(errno);
         DEBUG(3002, "stapi_rix_gwycon.connectToGateway() Set socket to KeepAlive or NoDelay failed: %d\n", desc);
         return CONNECT_SOCKET_FAILED;
     }
@@ -69,6 +91,7 @@ static int createSocket(const struct addrinfo *address, int *socketDesc)
     const int ioctlRc = ioctl(desc, FIONBIO, &sockOptOn);
     if (ioctlRc < 0) {
         const int savedErrno = errno;
+        noteErrno(savedErrno);
         DEBUG(3019, "stapi_rix_gwycon.connectToGateway() Set Non-Blocking IOCTL failed with Rc=%d, errno=%d\n", ioctlRc,
               savedErrno);
         return CONNECT_SOCKET_FAILED;
@@ -84,17 +107,26 @@ static struct timeval timeLeftSince(time_t start)
     return {within ? CONNECT_TIMEOUT_SECONDS - elapsed : 1, 0};
 }
 
+// The shorter of the two: the wait that the connect's own time limit leaves, and what the call's time limit leaves.
+static struct timeval cutToDeadline(struct timeval timeout)
+{
+    if (!hasDeadline()) return timeout;
+    const int64_t left = (nanosecondsLeft() + 999) / 1000;
+    const struct timeval leftOfCall = {static_cast<time_t>(left / 1000000), static_cast<suseconds_t>(left % 1000000)};
+    return timercmp(&leftOfCall, &timeout, <) != 0 ? leftOfCall : timeout;
+}
+
 // select() on both sets until it returns for any reason but a signal. The sets are not rebuilt after one.
 static int selectConnecting(int desc, SocketSet *writable, SocketSet *exceptional)
 {
     const time_t start = time(nullptr);
-    struct timeval timeout = {CONNECT_TIMEOUT_SECONDS, 0};
+    struct timeval timeout = cutToDeadline({CONNECT_TIMEOUT_SECONDS, 0});
     for (;;) {
         DEBUG(3014, "stapi_rix_gwycon.waitForConnection socket %d waiting up to %d seconds\n", desc,
               static_cast<int>(timeout.tv_sec));
         const int ready = select(desc + 1, nullptr, fdSetOf(writable), fdSetOf(exceptional), &timeout);
         if (ready >= 0 || errno != EINTR) return ready;
-        timeout = timeLeftSince(start);
+        timeout = cutToDeadline(timeLeftSince(start));
     }
 }
 
@@ -113,6 +145,12 @@ static int judgeWait(int desc, int ready, bool writable, int *sockError)
         EXC(3015, "stapi_rix_gwycon.waitForConnection socket %d connect() failed error %d\n", desc, error);
         *sockError = error;
         return CONNECT_FAILED;
+    }
+    if (ready == 0 && hasDeadline() && nanosecondsLeft() == 0) {
+        callState.limitReached = true;
+        *sockError = ETIMEDOUT;
+        EXC(3021, "stapi_rix_gwycon.waitForConnection socket %d time limit reached\n", desc);
+        return CONNECT_TIMED_OUT;
     }
     if (ready == 0) {
         EXC(3016, "stapi_rix_gwycon.waitForConnection socket %d connect timed out\n", desc);
@@ -173,6 +211,7 @@ static int completeConnect(int connectRc, int sockError, const char *hostname, i
         }
     }
     if (connectRc == 0 && gwyConRc == 0) return 0;
+    noteErrno(connectRc == CONNECT_TIMED_OUT ? ETIMEDOUT : sockError);
     // A failed switch back to blocking is reported by its errno too, never as CONNECT_SOCKET_FAILED.
     EXC(3006, "stapi_rix_gwycon.connectToGateway() Unable to connect to Gateway: %s(%d)\n", strerror(sockError),
         sockError);
@@ -185,6 +224,7 @@ static int connectSocket(const struct addrinfo *address, const char *hostname, i
     int desc = NO_SOCKET, connectRc = 0, sockError = 0;
     const int rc = createSocket(address, &desc);
     if (rc == 0) {
+        noteStep(RIX_STEP_CONNECT);
         connectRc = connect(desc, address->ai_addr, address->ai_addrlen);
         sockError = errno;
     }
@@ -199,15 +239,20 @@ static int connectSocket(const struct addrinfo *address, const char *hostname, i
 
 static int greet(int socketDescriptor)
 {
+    noteStep(RIX_STEP_HANDSHAKE);
     ReasonCodes reasons = {};
-    const int rc = flowHandshakeRequest(socketDescriptor, &reasons);
+    int rc = flowHandshakeRequest(socketDescriptor, &reasons);
     if (rc != 0) {
+        noteReasons(reasons);
         EXC(3005, "stapi_rix_gwycon.connectToGateway() Handshake flows failed rc=%d errno=%s gwyRc=%d authRc=%d\n", rc,
             strerror(reasons.socketErrno), reasons.gatewayRc, reasons.authRc);
         return CONNECT_FAILED;
     }
     DEBUG(3004, "stapi_rix_gwycon.connectToGateway() Flowed Handshake to the Gateway\n");
-    return authorizeConnection(socketDescriptor, &reasons);
+    noteStep(RIX_STEP_AUTHORISE);
+    rc = authorizeConnection(socketDescriptor, &reasons);
+    noteReasons(reasons);
+    return rc;
 }
 
 int connectToGateway(int port, const char *hostname, std::atomic<int> *socketDescriptorPtr)

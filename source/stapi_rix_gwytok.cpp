@@ -1,9 +1,11 @@
-// Gateway tokens: opening, verifying and deleting connections, also under a thread that has one in use.
+// Gateway tokens: opening, verifying and deleting connections.
 #include "stapi_rix_gwytok.h"
 
+#include "stapi_rix_call.h"
 #include "stapi_rix_diag.h"
 #include "stapi_rix_flowarea.h"
 #include "stapi_rix_gwycon.h"
+#include "stapi_rix_owner.h"
 #include "stapi_rix_resultsetbuffer.h"
 #include "stapi_rix_statcomms.h"
 #include "stapi_rix_statquery.h"
@@ -33,17 +35,15 @@ static int mapConnectFailure(int connectRc)
 // Fields that another thread may show in a dump change under the lock.
 static void setConnStatus(Internal_GatewayToken_t *token, int connStatus)
 {
-    requestLock(&gtlLock);
+    const Locked list(gtlLock);
     token->connStatus = connStatus;
-    releaseLock(&gtlLock);
 }
 
 void setResultSetBuffer(Internal_GatewayToken_t *token, char *buffer, int bufferLen)
 {
-    requestLock(&gtlLock);
+    const Locked list(gtlLock);
     token->resultSetBuf = buffer;
     token->resultSetBufLen = bufferLen;
-    releaseLock(&gtlLock);
 }
 
 static int openStatsSocket(Internal_GatewayToken_t *gwTokPtr, const char *hostname, int port)
@@ -82,7 +82,7 @@ static int fillToken(Internal_GatewayToken_t *token, int port)
     memcpy(token->eyecatcher, "RIXGWTOK", sizeof token->eyecatcher);
     token->portNumber = static_cast<unsigned>(port);
     token->socketDescriptor = NO_SOCKET;
-    token->inUse = true;
+    token->state = TokenState::busy;
     const int rc = createResultSet(&token->connRSPtr, "RIXRSROB", OWNER_LIBRARY);
     if (rc != STAPI_OK) {
         EXC(2036, "stapi_rix_gwytok.createGatewayToken Creation of resultset failed rc=%d\n", rc);
@@ -125,9 +125,11 @@ static int allocateChained(Internal_GatewayToken_t **newToken, int port)
 
 static int readVersion(Internal_GatewayToken_t *token)
 {
+    noteStep(RIX_STEP_VERSION);
     ReasonCodes reasons = {};
     const int statsCallRc = statProtocolVer(token, &reasons);
     if (statsCallRc == 0) return STAPI_OK;
+    noteReasons(reasons);
     EVENT(2042, "stapi_rix_gwytok.createGatewayToken Removing GatewayToken %p due to comms failure %d\n", ptr(token),
           statsCallRc);
     return mapExchangeFailure(statsCallRc, reasons);
@@ -137,9 +139,10 @@ static void traceOpened(const RIX_GatewayToken_t *gwTokPtr, const Internal_Gatew
 {
     if (!traceOn(Line::event)) return;
     char formattedToken[FORMATTED_TOKEN_SIZE];
-    requestLock(&gtlLock);
-    formatGatewayToken(token, formattedToken);
-    releaseLock(&gtlLock);
+    {
+        const Locked list(gtlLock);
+        formatGatewayToken(token, formattedToken);
+    }
     EVENT(2033, "stapi_rix_gwytok.createGatewayToken(&gwTokPtr=%p) %s\n", ptr(gwTokPtr), formattedToken);
 }
 
@@ -152,7 +155,10 @@ static int openConnection(const RIX_GatewayToken_t *gwTokPtr, const char *hostna
     if (rc != STAPI_OK) return rc;
     rc = openStatsSocket(token, hostname, port);
     if (rc == STAPI_OK) rc = readVersion(token);
-    if (rc != STAPI_OK) return removeGatewayTokenInUse(&token) == STAPI_OK ? rc : STAPI_COMMS_FAILURE;
+    if (rc != STAPI_OK) {
+        if (callState.limitReached) rc = STAPI_TIME_LIMIT_REACHED; // rather than what came of it
+        return removeGatewayTokenInUse(&token) == STAPI_OK ? rc : STAPI_COMMS_FAILURE;
+    }
     traceOpened(gwTokPtr, token);
     *newToken = token;
     return STAPI_OK;
@@ -169,59 +175,76 @@ int createGatewayToken(const RIX_GatewayToken_t *gwTokPtr, const char *hostname,
 
 static int verifyOwner(const Internal_GatewayToken_t *token)
 {
-    pid_t currentPid;
-    pthread_t currentTid;
-    getPidTid(&currentPid, &currentTid);
-    if (token->owningPid != currentPid) {
-        EXC(2032, "stapi_rix_gwytok.verifyGatewayToken PID mismatch: currentPid=%d, owningPid=%d\n", currentPid,
+    const int rc = ownershipOf(token->owningPid, token->owningTid);
+    if (rc == STAPI_WRONG_PROCESS)
+        EXC(2032, "stapi_rix_gwytok.verifyGatewayToken PID mismatch: currentPid=%d, owningPid=%d\n", currentPid(),
             token->owningPid);
-        return STAPI_WRONG_PROCESS;
-    }
-    if (compareTids(currentTid, token->owningTid) == 0) {
+    else if (rc == STAPI_WRONG_THREAD)
         EXC(2033, "stapi_rix_gwytok.verifyGatewayToken TID mismatch: currentTid=%d, owningTid=%d\n",
-            narrowTid(currentTid), narrowTid(token->owningTid));
-        return STAPI_WRONG_THREAD;
-    }
-    return STAPI_OK;
+            narrowTid(pthread_self()), narrowTid(token->owningTid));
+    return rc;
 }
 
 // All under the lock: without it another thread may release the token.
+static int findAndUse(Internal_GatewayToken_t *gwTokPtr)
+{
+    const Locked list(gtlLock);
+    const int findRc = findGatewayToken(gwTokPtr, nullptr);
+    if (findRc != GTL_FOUND) {
+        EXC(2007, "stapi_rix_gwytok.verifyGatewayToken(&gwTokPtr=%p) Gateway token not found - findRc=%d\n",
+            ptr(gwTokPtr), findRc);
+        return STAPI_GATEWAY_TOKEN_NOT_FOUND;
+    }
+    const int rc = verifyOwner(gwTokPtr);
+    if (rc == STAPI_OK) beginUse(gwTokPtr);
+    return rc;
+}
+
 int verifyGatewayToken(Internal_GatewayToken_t *gwTokPtr)
 {
     ENTRY(2006, "stapi_rix_gwytok.verifyGatewayToken(&gwTokPtr=%p)\n", ptr(gwTokPtr));
-    int rc;
-    requestLock(&gtlLock);
-    const int findRc = findGatewayToken(gwTokPtr, nullptr);
-    if (findRc == GTL_FOUND) {
-        rc = verifyOwner(gwTokPtr);
-        if (rc == STAPI_OK) gwTokPtr->inUse = true;
-    } else {
-        rc = STAPI_GATEWAY_TOKEN_NOT_FOUND;
-        EXC(2007, "stapi_rix_gwytok.verifyGatewayToken(&gwTokPtr=%p) Gateway token not found - findRc=%d\n",
-            ptr(gwTokPtr), findRc);
-    }
-    releaseLock(&gtlLock);
+    const int rc = findAndUse(gwTokPtr);
     EXIT(2008, "stapi_rix_gwytok.verifyGatewayToken(&gwTokPtr=%p) rc=%d\n", ptr(gwTokPtr), rc);
     return rc;
 }
 
+// ---- Deleting
+
 // Nobody is left who could be answered.
 static void dropAreasOfLast()
 {
-    requestLock(&gtlLock);
-    const bool last = gtListHeadPtr == nullptr;
-    releaseLock(&gtlLock);
+    bool last;
+    {
+        const Locked list(gtlLock);
+        last = gtListHeadPtr == nullptr;
+    }
     if (last) dropKeptAreas();
 }
 
-// The token is off the list and in nobody else's use. takeLeave: by the close flow, which waits for the gateway.
-// gwTokPtr: the variable that held it, which is named in the trace and not touched.
-static void releaseToken(Internal_GatewayToken_t *token, const RIX_GatewayToken_t *gwTokPtr, bool takeLeave)
+// How a connection ends.
+enum class Farewell
 {
-    if (token->socketDescriptor >= 0) {
-        const int closeRc = takeLeave ? closeConnection(&token->socketDescriptor) : close(token->socketDescriptor);
-        token->connStatus = closeRc != 0 ? 3 : 4;
-    }
+    closeFlow, // with the exchange that tells the gateway, for whose answer it waits
+    none
+};
+
+static void endSocket(Internal_GatewayToken_t *token, Farewell farewell)
+{
+    if (token->socketDescriptor < 0) return;
+    // In a child the socket is the parent's, too, who goes on to speak on it.
+    const bool inherited = ownershipOf(token->owningPid, token->owningTid) == STAPI_WRONG_PROCESS;
+    const int closeRc = farewell == Farewell::closeFlow && !inherited ? closeConnection(&token->socketDescriptor)
+                                                                      : close(token->socketDescriptor);
+    token->connStatus = closeRc != 0 ? 3 : 4;
+}
+
+// The token is in state closing, and the calling thread's to release. gwTokPtr: the variable that held it, which is
+// named in the trace and not touched.
+static void releaseToken(Internal_GatewayToken_t *token, const RIX_GatewayToken_t *gwTokPtr, Farewell farewell)
+{
+    endSocket(token, farewell);
+    if (*token->connRSPtr->validatedQueryPtr != '\0')
+        token->goneQueryText = addressNumber(token->connRSPtr->validatedQueryPtr);
     const int deleteRc = deleteResultSet(&token->connRSPtr);
     if (deleteRc != STAPI_OK)
         EXC(2037, "stapi_rix_gwytok.deleteGatewayToken Unable to delete ResultSet. rc=%d\n", deleteRc);
@@ -238,98 +261,60 @@ static void releaseToken(Internal_GatewayToken_t *token, const RIX_GatewayToken_
     const uintptr_t record = addressNumber(token);
     DEBUG(2010, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p) Free gateway token(%p) \n", ptr(gwTokPtr),
           ptr(record));
-    free(token);
+    restToken(token);
     DEBUG(2011, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p) Freed gateway token(%p) \n", ptr(gwTokPtr),
           ptr(record));
     dropAreasOfLast();
 }
 
-static bool isOwnedByCaller(const Internal_GatewayToken_t *token)
-{
-    pid_t currentPid;
-    pthread_t currentTid;
-    getPidTid(&currentPid, &currentTid);
-    return token->owningPid == currentPid && compareTids(currentTid, token->owningTid) != 0;
-}
-
-// Takes the token off the list (gtlLock is held). If another thread has it in use, that thread is woken and has to
-// release the token: the result is true then.
-static bool takeOffList(Internal_GatewayToken_t *token, Internal_GatewayToken_t *parentToken)
-{
-    unchainGatewayToken(token, parentToken);
-    if (!token->inUse || isOwnedByCaller(token)) return false;
-    token->closed = true;
-    shutSocket(&token->socketDescriptor); // under the lock, which the user needs to close it
-    return true;
-}
-
-int endGatewayTokenUse(Internal_GatewayToken_t *gwTokPtr)
-{
-    requestLock(&gtlLock);
-    const bool closed = gwTokPtr->closed;
-    if (!closed) gwTokPtr->inUse = false;
-    releaseLock(&gtlLock);
-    return closed ? STAPI_COMMS_FAILURE : STAPI_OK;
-}
-
-// Takes a token that the walk limit of the list keeps from being found off it, if it is on the list at all.
-static void unchainAnywhere(const Internal_GatewayToken_t *token)
-{
-    Internal_GatewayToken_t *parent = gtListHeadPtr;
-    while (parent != nullptr && parent->nextGwyTokPtr != token)
-        parent = parent->nextGwyTokPtr;
-    if (parent != nullptr) unchainGatewayToken(token, parent);
-}
-
-int removeGatewayTokenInUse(RIX_GatewayToken_t *gwTokPtr)
-{
-    if (deleteGatewayToken(gwTokPtr, 1) == STAPI_OK) return STAPI_OK;
-    // Not found: closed by another thread meanwhile, or too far down the list.
-    Internal_GatewayToken_t *const token = *gwTokPtr;
-    requestLock(&gtlLock);
-    const bool closed = token->closed; // in use, so there is one. NOLINT(clang-analyzer-core.NullDereference)
-    if (!closed) unchainAnywhere(token);
-    releaseLock(&gtlLock);
-    *gwTokPtr = nullptr;
-    releaseToken(token, gwTokPtr, !closed);
-    return closed ? STAPI_COMMS_FAILURE : STAPI_OK;
-}
-
 // Sets the handle to null before anybody can notice that the connection has ended: its owner may open the next one into
 // the same variable. *toRelease stays null if the thread that uses the token has to release it.
-static int takeListed(Internal_GatewayToken_t *token, RIX_GatewayToken_t *gwTokPtr, Internal_GatewayToken_t **toRelease)
+static int takeListed(RIX_GatewayToken_t *gwTokPtr, Internal_GatewayToken_t **toRelease)
 {
+    Internal_GatewayToken_t *const token = *gwTokPtr; // read once, for the same reason
+    if (token == nullptr) return STAPI_NULL_GATEWAY_TOKEN;
     Internal_GatewayToken_t *parentToken = nullptr;
-    requestLock(&gtlLock);
-    const bool found = findGatewayToken(token, &parentToken) == GTL_FOUND;
-    if (found) {
-        *gwTokPtr = nullptr;
-        if (!takeOffList(token, parentToken)) *toRelease = token;
-    }
-    releaseLock(&gtlLock);
-    return found ? STAPI_OK : STAPI_GATEWAY_TOKEN_NOT_FOUND;
+    const Locked list(gtlLock);
+    if (findGatewayToken(token, &parentToken) != GTL_FOUND) return STAPI_GATEWAY_TOKEN_NOT_FOUND;
+    *gwTokPtr = nullptr;
+    if (takeOffList(token, parentToken)) *toRelease = token;
+    return STAPI_OK;
 }
 
-static int takeToken(RIX_GatewayToken_t *gwTokPtr, int lockRequired, Internal_GatewayToken_t **toRelease)
+static int takeUnlisted(RIX_GatewayToken_t *gwTokPtr, Internal_GatewayToken_t **toRelease)
 {
-    if (gwTokPtr == nullptr) return STAPI_NULL_GATEWAY_TOKEN_PTR;
-    Internal_GatewayToken_t *const token = *gwTokPtr; // read once: see takeListed()
-    if (token == nullptr) return STAPI_NULL_GATEWAY_TOKEN;
-    if (lockRequired == 1) return takeListed(token, gwTokPtr, toRelease);
+    *toRelease = *gwTokPtr;
     *gwTokPtr = nullptr;
-    *toRelease = token;
-    return STAPI_OK;
+    return *toRelease != nullptr ? STAPI_OK : STAPI_NULL_GATEWAY_TOKEN;
 }
 
 int deleteGatewayToken(RIX_GatewayToken_t *gwTokPtr, int lockRequired)
 {
     ENTRY(2009, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p,lockRequired=%d)\n", ptr(gwTokPtr), lockRequired);
     Internal_GatewayToken_t *toRelease = nullptr;
-    const int rc = takeToken(gwTokPtr, lockRequired, &toRelease);
-    if (toRelease != nullptr) releaseToken(toRelease, gwTokPtr, true);
+    int rc = STAPI_NULL_GATEWAY_TOKEN_PTR;
+    if (gwTokPtr != nullptr)
+        rc = lockRequired == 1 ? takeListed(gwTokPtr, &toRelease) : takeUnlisted(gwTokPtr, &toRelease);
+    if (toRelease != nullptr) releaseToken(toRelease, gwTokPtr, Farewell::closeFlow);
     EXIT(2012, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p,lockRequired=%d) rc=%d\n", ptr(gwTokPtr), lockRequired,
          rc);
     return rc;
+}
+
+// Shows itself in the trace as the deletion that it is.
+int removeGatewayTokenInUse(RIX_GatewayToken_t *gwTokPtr)
+{
+    ENTRY(2009, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p,lockRequired=%d)\n", ptr(gwTokPtr), 1);
+    Internal_GatewayToken_t *const token = *gwTokPtr;
+    bool wasOrphaned;
+    {
+        const Locked list(gtlLock);
+        wasOrphaned = takeBack(token);
+    }
+    *gwTokPtr = nullptr;
+    releaseToken(token, gwTokPtr, wasOrphaned || callState.limitReached ? Farewell::none : Farewell::closeFlow);
+    EXIT(2012, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p,lockRequired=%d) rc=%d\n", ptr(gwTokPtr), 1, STAPI_OK);
+    return wasOrphaned ? STAPI_COMMS_FAILURE : STAPI_OK;
 }
 
 static void traceEntry(const Internal_GatewayToken_t *indexToken, int count)
@@ -341,44 +326,49 @@ static void traceEntry(const Internal_GatewayToken_t *indexToken, int count)
           formattedToken);
 }
 
-// Takes the head off the list (gtlLock is held) and deletes it with the lock released, so that a gateway which is slow
-// to answer delays nobody else.
-static void deleteHead(int count)
+// Takes up to GTL_WALK_LIMIT tokens off the list and returns those that the calling thread has to release, chained.
+// *count: of those that others have to release, whose lines in the trace have been written.
+static Internal_GatewayToken_t *takeAllListed(int *count)
 {
-    Internal_GatewayToken_t *indexToken = gtListHeadPtr;
-    traceEntry(indexToken, count);
-    if (takeOffList(indexToken, nullptr)) return;
-    releaseLock(&gtlLock);
-    deleteGatewayToken(&indexToken, 0);
-    requestLock(&gtlLock);
-}
-
-// Whether the head of the list (gtlLock is held) was there when the token of that number had been chained last: what is
-// opened while others are being closed comes behind them and stays.
-static bool isHeadUpTo(uint32_t number)
-{
-    return gtListHeadPtr != nullptr && static_cast<int32_t>(gtListHeadPtr->number - number) <= 0;
+    Internal_GatewayToken_t *taken = nullptr;
+    Internal_GatewayToken_t **end = &taken;
+    for (int step = 0; gtListHeadPtr != nullptr && step < GTL_WALK_LIMIT; step++) {
+        Internal_GatewayToken_t *const token = gtListHeadPtr;
+        if (isBusyElsewhere(token)) traceEntry(token, ++*count); // before its owner is woken, who releases it
+        if (!takeOffList(token, nullptr)) continue;
+        *end = token;
+        end = &token->nextGwyTokPtr;
+    }
+    *end = nullptr;
+    return taken;
 }
 
 int deleteGatewayTokens()
 {
     ENTRY(2013, "stapi_rix_gwytok.deleteGatewayTokens()\n");
+    noteStep(RIX_STEP_CLOSE);
     int rc = 0;
     int count = 0;
-    requestLock(&gtlLock);
-    if (gtListHeadPtr == nullptr) {
-        EVENT(2035, "stapi_rix_gwytok.deleteGatewayTokens() GTL is EMPTY\n");
-        rc = GTL_EMPTY;
-    } else {
-        const uint32_t last = gtlLastNumber;
-        while (isHeadUpTo(last) && count < GTL_WALK_LIMIT)
-            deleteHead(++count);
-        if (count == GTL_WALK_LIMIT) { // also when that many were all there were
-            EXC(2014, "stapi_rix_gwytok.deleteGatewayTokens() GTL iteration has hit RUNAWAY limit %d.....\n", count);
-            rc = GTL_RUNAWAY;
+    Internal_GatewayToken_t *taken = nullptr;
+    {
+        const Locked list(gtlLock);
+        if (gtListHeadPtr == nullptr) {
+            EVENT(2035, "stapi_rix_gwytok.deleteGatewayTokens() GTL is EMPTY\n");
+            rc = GTL_EMPTY;
         }
+        taken = takeAllListed(&count);
     }
-    releaseLock(&gtlLock);
+    // All are refused from here on. The gateways are taken leave of one after another; who is slow delays nobody else.
+    while (taken != nullptr) {
+        Internal_GatewayToken_t *indexToken = taken;
+        taken = indexToken->nextGwyTokPtr;
+        traceEntry(indexToken, ++count);
+        deleteGatewayToken(&indexToken, 0);
+    }
+    if (count == GTL_WALK_LIMIT) { // also when that many were all there were
+        EXC(2014, "stapi_rix_gwytok.deleteGatewayTokens() GTL iteration has hit RUNAWAY limit %d.....\n", count);
+        rc = GTL_RUNAWAY;
+    }
     EXIT(2015, "stapi_rix_gwytok.deleteGatewayTokens() Entries deleted=%d rc=%d\n", count, rc);
     return rc;
 }

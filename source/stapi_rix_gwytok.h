@@ -2,11 +2,12 @@
 // trusted only after it has been found on this list. Calls connecting, the statistics exchange (for the protocol
 // version), result-set tokens, locks and the trace facility; drops the kept areas for flows with the last connection.
 //
-// gtlLock guards the list; it is taken before the trace lock where both are held. Nothing waits for a gateway under it.
+// gtlLock guards the list and the state of each token; it is taken before the trace lock where both are held. Nothing
+// waits for a gateway under it.
 //
-// The thread that opened a connection has it in use while it opens it and while it runs a query on it. A close from
-// another thread then takes the token off the list, shuts the socket down, which wakes the user, and leaves the release
-// to the user.
+//   stapi_rix_gwytok.cpp       opening, verifying and deleting connections: what the calls ask for
+//   stapi_rix_gwytok_life.cpp  the states that a token goes through, and every change from one to the next
+//   stapi_rix_gwytok_list.cpp  the list: chaining, searching, formatting
 #ifndef STAPI_RIX_GWYTOK_H
 #define STAPI_RIX_GWYTOK_H
 
@@ -28,7 +29,7 @@ constexpr int GTL_WALK_LIMIT = 256;
 extern Internal_GatewayToken_t *gtListHeadPtr;
 extern Internal_GatewayToken_t *gtListTailPtr; // meaningless while the list is empty
 extern stapilock gtlLock;
-extern uint32_t gtlLastNumber; // of the token that was chained last; gtlLock is held for it, as for the list
+extern int gtlRestingCount; // of ended tokens whose addresses are kept out of use
 #pragma GCC visibility pop
 
 int initGTL(); // result of initializeLock()
@@ -45,21 +46,18 @@ int createGatewayToken(const RIX_GatewayToken_t *gwTokPtr, const char *hostname,
 // the list.
 int verifyGatewayToken(Internal_GatewayToken_t *gwTokPtr);
 
-// Ends the use of a token by the calling thread. STAPI_OK; or STAPI_COMMS_FAILURE if another thread closed the
-// connection meanwhile: then the token is still in use, and removeGatewayTokenInUse() is all that may be done with it.
-int endGatewayTokenUse(Internal_GatewayToken_t *gwTokPtr);
+// Takes the token off the list, closes its connection, releases it and all it owns, and sets *gwTokPtr to null. A token
+// that another thread has in use is left to that thread to release. With lockRequired 0 the token is off the list
+// already, and the caller's to release.
+int deleteGatewayToken(RIX_GatewayToken_t *gwTokPtr, int lockRequired);
 
-// Ends the use and the connection: deletes the token, whether or not another thread closed it meanwhile, and sets
-// *gwTokPtr to null. Results of endGatewayTokenUse().
+// The same for a token that the calling thread has in use. STAPI_OK; or STAPI_COMMS_FAILURE if another thread closed the
+// connection meanwhile, and it is gone all the same. There is no close flow then, nor if the call has reached its time
+// limit.
 int removeGatewayTokenInUse(RIX_GatewayToken_t *gwTokPtr);
 
 // Tells the token of its result-set buffer, which a query may have moved.
 void setResultSetBuffer(Internal_GatewayToken_t *token, char *buffer, int bufferLen);
-
-// Takes the token off the list, closes its connection, releases it and all it owns, and sets *gwTokPtr to null. A token
-// that another thread has in use is left to that thread, see above. With lockRequired 0 the token is off the list
-// already and in nobody's use.
-int deleteGatewayToken(RIX_GatewayToken_t *gwTokPtr, int lockRequired);
 
 int deleteGatewayTokens(); // 0, GTL_EMPTY, or GTL_RUNAWAY after GTL_WALK_LIMIT deletions
 
@@ -69,11 +67,36 @@ int dumpGatewayTokens();
 // The token as a text of at most FORMATTED_TOKEN_SIZE bytes.
 int formatGatewayToken(const Internal_GatewayToken_t *gwTokPtr, char *formattedToken);
 
-// For the token functions; all but the first with gtlLock held. parentTokenPtrPtr may be null; parentToken: the token
-// before it on the list, null for the head.
+// ---- The list, with gtlLock held but for chaining. parentTokenPtrPtr may be null; parentToken: the token before it on
+// the list, null for the head.
 int chainGatewayToken(Internal_GatewayToken_t *newToken);
 int findGatewayToken(const Internal_GatewayToken_t *targetToken, Internal_GatewayToken_t **parentTokenPtrPtr);
 void unchainGatewayToken(const Internal_GatewayToken_t *token, Internal_GatewayToken_t *parentToken);
+
+// ---- The life of a token, with gtlLock held unless it is said otherwise.
+
+// Whether a thread of this process other than the calling one has the token in use.
+bool isBusyElsewhere(const Internal_GatewayToken_t *token);
+
+// The owner goes on to use an idle token.
+void beginUse(Internal_GatewayToken_t *token);
+
+// The calling thread has done with a token. STAPI_OK; or STAPI_COMMS_FAILURE if another thread closed the connection
+// meanwhile: then removeGatewayTokenInUse() is all that may be done with it. Takes gtlLock.
+int endGatewayTokenUse(Internal_GatewayToken_t *token);
+
+// Takes a listed token off the list. True: the calling thread releases it now. False: another thread has it in use, has
+// been woken, and releases it.
+bool takeOffList(Internal_GatewayToken_t *token, Internal_GatewayToken_t *parentToken);
+
+// The owner takes its token back for release: off the list, if another thread has not taken it off. True if one has.
+bool takeBack(Internal_GatewayToken_t *token);
+
+// Ends a token whose parts have been released. Takes gtlLock.
+void restToken(Internal_GatewayToken_t *token);
+
+// Whether the text stood in memory that getIdQuery() handed out and that went with its connection. Takes gtlLock.
+bool isGoneQueryText(const char *text);
 
 } // namespace rixstats
 

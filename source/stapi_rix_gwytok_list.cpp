@@ -9,7 +9,6 @@ namespace rixstats {
 Internal_GatewayToken_t *gtListHeadPtr = nullptr;
 Internal_GatewayToken_t *gtListTailPtr = nullptr;
 stapilock gtlLock;
-uint32_t gtlLastNumber = 0;
 
 int initGTL()
 {
@@ -23,8 +22,7 @@ int initGTL()
 static int appendToList(Internal_GatewayToken_t *newToken)
 {
     int rc = STAPI_OK;
-    requestLock(&gtlLock);
-    newToken->number = ++gtlLastNumber;
+    const Locked list(gtlLock);
     if (gtListHeadPtr == nullptr) {
         gtListHeadPtr = gtListTailPtr = newToken;
     } else if (gtListTailPtr != nullptr) {
@@ -35,7 +33,6 @@ static int appendToList(Internal_GatewayToken_t *newToken)
         EXC(2020, "stapi_rix_gwytok.chainGatewayToken() GTL state is corrupt - head(%p) tail (%p)\n",
             ptr(gtListHeadPtr), ptr(gtListTailPtr));
     }
-    releaseLock(&gtlLock);
     return rc;
 }
 
@@ -138,7 +135,7 @@ static void dumpEntry(const Internal_GatewayToken_t *token, int count)
     formatGatewayToken(token, formattedToken);
     fprintf(statAPITraceHandle, "Gateway Token List entry -%4.4d- : %s\n", count, formattedToken);
     const Internal_ResultSetToken_t *resultSet = token->connRSPtr;
-    if (token->inUse) { // its buffer may be moving at this moment
+    if (token->state == TokenState::busy) { // its buffer may be moving at this moment
         fprintf(statAPITraceHandle, "The gateway token is in use, its ResultSet(%p) is not dumped\n", ptr(resultSet));
     } else if (resultSet != nullptr) {
         fprintf(statAPITraceHandle, "Dump of ResultSet(%p) owner(%s) buffer(%p) cursor(%p)\n%s\n", ptr(resultSet),

@@ -1,6 +1,7 @@
 // Library initialisation, the version call, and what all exported calls share.
 #include "stapi_rix_impl.h"
 
+#include "stapi_rix_call.h"
 #include "stapi_rix_diag.h"
 #include "stapi_rix_gwytok.h"
 #include "stapi_rix_pid.h"
@@ -19,6 +20,22 @@ char stapiVersion[32000];
 std::atomic<int> stapiState{0};
 static pthread_mutex_t initMutex = PTHREAD_MUTEX_INITIALIZER;
 
+// A child that is forked while another thread holds one of the library's locks would never get it. So the thread that
+// forks takes them all, in their order, and gives them back on both sides.
+static void beforeFork()
+{
+    pthread_mutex_lock(&initMutex);
+    requestLock(&gtlLock);
+    requestLock(&traceLock);
+}
+
+static void afterFork()
+{
+    releaseLock(&traceLock);
+    releaseLock(&gtlLock);
+    pthread_mutex_unlock(&initMutex);
+}
+
 // Traces its failures at level 1; a success leaves tracing off.
 static int initialise()
 {
@@ -35,6 +52,7 @@ static int initialise()
             rc);
         return rc;
     }
+    if (pthread_atfork(beforeFork, afterFork, afterFork) != 0) return STAPI_NO_MEMORY;
     memcpy(stapiVersion, API_VERSION, sizeof API_VERSION);
     statAPITrace.store(0, std::memory_order_relaxed);
     return STAPI_OK;
@@ -120,6 +138,7 @@ int dup2NativeString(const char *in, char **out, char **copy)
 
 int getStatsAPIVersion(char **apiVersPtr)
 {
+    const LocalCall call;
     int rc = stapiInit();
     ENTRY(1088, "API.getStatsAPIVersion(&apiVersPtr=%p)\n", ptr(apiVersPtr));
     if (rc == STAPI_OK && apiVersPtr == nullptr) {
@@ -128,5 +147,5 @@ int getStatsAPIVersion(char **apiVersPtr)
     }
     if (rc == STAPI_OK) *apiVersPtr = stapiVersion;
     EXIT(1090, "API.getStatsAPIVersion(apiVersPtr=%p), rc=%d\n", ptr(apiVersPtr), rc);
-    return rc;
+    return call.end(rc);
 }

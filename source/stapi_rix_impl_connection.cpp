@@ -1,4 +1,5 @@
 // The connection calls: opening and closing connections to gateways. The work is done by the Gateway Token List.
+#include "stapi_rix_call.h"
 #include "stapi_rix_diag.h"
 #include "stapi_rix_gwytok.h"
 #include "stapi_rix_impl.h"
@@ -11,12 +12,13 @@ static const char LOCAL_HOST[] = "127.0.0.1";
 
 int openGatewayConnection(int port, RIX_GatewayToken_t *gwTokPtr, char **protocolVersionPtr)
 {
+    const GatewayCall call;
     stapiInit(); // as every call does; its result is honoured by the call below
     ENTRY(1000, "API.openGatewayConnection(port=%d, &gwTokPtr=0x%p, &protoColVersion=0x%p\n", port, ptr(gwTokPtr),
           ptr(protocolVersionPtr));
     const int rc = openRemoteGatewayConnection(LOCAL_HOST, port, gwTokPtr, protocolVersionPtr);
     EXIT(1003, "API.openGatewayConnection(port=%d) rc=%d\n", port, rc);
-    return rc;
+    return call.end(rc);
 }
 
 // Gives the caller a copy of the version text and keeps the same copy in the token, which releases it.
@@ -51,6 +53,7 @@ static int finishOpening(RIX_GatewayToken_t *gwTokPtr, char **protocolVersionPtr
 
 int openRemoteGatewayConnection(const char *hostname, int port, RIX_GatewayToken_t *gwTokPtr, char **protocolVersionPtr)
 {
+    const GatewayCall call;
     int rc = stapiInit();
     ENTRY(1142, "API.openRemoteGatewayConnection(hostname=%s, port=%d, &gwTokPtr=0x%p, &protoColVersion=0x%p\n",
           textOrNull(hostname), port, ptr(gwTokPtr), ptr(protocolVersionPtr));
@@ -66,11 +69,12 @@ int openRemoteGatewayConnection(const char *hostname, int port, RIX_GatewayToken
         *gwTokPtr = token;
     }
     EXIT(1003, "API.openRemoteGatewayConnection(port=%d) rc=%d\n", port, rc);
-    return rc;
+    return call.end(rc);
 }
 
 int closeGatewayConnection(RIX_GatewayToken_t *gwTokPtr)
 {
+    const GatewayCall call;
     int rc = stapiInit();
     ENTRY(1004, "API.closeGatewayConnection(&gwTokPtr=%p)\n", ptr(gwTokPtr));
     if (rc == STAPI_OK && gwTokPtr == nullptr) {
@@ -87,11 +91,12 @@ int closeGatewayConnection(RIX_GatewayToken_t *gwTokPtr)
         EVENT(1133, "API.closeGatewayConnection Closed Gateway connection for token %p\n", ptr(token));
     }
     EXIT(1006, "API.closeGatewayConnection(&gwTokPtrPtr=%p) rc=%d\n", ptr(gwTokPtr), rc);
-    return rc;
+    return call.end(rc);
 }
 
 int closeAllGatewayConnections()
 {
+    const GatewayCall call;
     int rc = stapiInit();
     int gwyTokRc = 0;
     ENTRY(1007, "API.closeAllGatewayConnections()\n");
@@ -101,5 +106,5 @@ int closeAllGatewayConnections()
         EVENT(1134, "API.closeAllGatewayConnections Closed all Gateway connections\n");
     }
     EXIT(1008, "API.closeAllGatewayConnections() gwyTokRc=%d, rc=%d\n", gwyTokRc, rc);
-    return rc;
+    return call.end(rc);
 }

@@ -4,8 +4,10 @@
 //
 // A step of a walk takes a few nanoseconds, and its dozen trace points would take half as much again while they are
 // off. So a next-item call looks at the trace level once, and while it is off runs the same body without a row.
+#include "stapi_rix_call.h"
 #include "stapi_rix_diag.h"
 #include "stapi_rix_impl.h"
+#include "stapi_rix_owner.h"
 #include "stapi_rix_resultsetbuffer.h"
 
 using namespace rixstats;
@@ -227,8 +229,7 @@ __attribute__((noinline)) int toldNextItem(const Worker &worker, Internal_Result
 STEP_INLINE bool isPlainStep(const Internal_ResultSetToken_t *rs, const void *record, const char *eyecatcher)
 {
     return !traceOn(Line::exc) && rs != nullptr && record != nullptr && hasEyecatcher(rs->rsBuffPtr, eyecatcher) &&
-           (rs->owner != OWNER_LIBRARY ||
-            (rs->owningPid == currentPid() && compareTids(rs->owningTid, pthread_self()) != 0));
+           (rs->owner != OWNER_LIBRARY || ownershipOf(rs->owningPid, rs->owningTid) == STAPI_OK);
 }
 
 } // namespace
@@ -294,7 +295,7 @@ int getFirstId(RIX_ResultSetToken_t rsPtr, RIX_IdData_t *idDataPtr)
     if (rixStatRc == STAPI_OK) rixStatRc = checkOwner(rsPtr);
     if (rixStatRc == STAPI_OK) rixStatRc = getFirstIdInternal(rsPtr, idDataPtr);
     EXIT(1152, "API.getFirstId() rixStatRc=%d\n", rixStatRc);
-    return rixStatRc;
+    return endOfStep(rixStatRc);
 }
 
 // The call with its lines and checks. Apart from the quick step below, which then needs no room for what it keeps.
@@ -310,7 +311,7 @@ static __attribute__((noinline)) int nextIdInFull(RIX_ResultSetToken_t rsPtr, RI
     if (rc == STAPI_OK) rc = checkOwner(rsPtr);
     if (rc == STAPI_OK) rc = getNextIdInternal(rsPtr, idDataPtr);
     EXIT(1155, "API.getNextId() rc=%d\n", rc);
-    return rc;
+    return endOfStep(rc);
 }
 
 int getNextId(RIX_ResultSetToken_t rsPtr, RIX_IdData_t *idDataPtr)
@@ -332,7 +333,7 @@ int getFirstStat(RIX_ResultSetToken_t rsPtr, RIX_StatData_t *statDataPtr)
     if (rc == STAPI_OK) rc = checkOwner(rsPtr);
     if (rc == STAPI_OK) rc = getFirstStatInternal(rsPtr, statDataPtr);
     EXIT(1158, "API.getFirstStat() rc=%d\n", rc);
-    return rc;
+    return endOfStep(rc);
 }
 
 // As nextIdInFull().
@@ -349,7 +350,7 @@ static __attribute__((noinline)) int nextStatInFull(RIX_ResultSetToken_t rsPtr, 
     if (rc == STAPI_OK) rc = checkOwner(rsPtr);
     if (rc == STAPI_OK) rc = getNextStatInternal(rsPtr, statDataPtr);
     EXIT(1161, "API.getNextStat() rc=%d\n", rc);
-    return rc;
+    return endOfStep(rc);
 }
 
 int getNextStat(RIX_ResultSetToken_t rsPtr, RIX_StatData_t *statDataPtr)

@@ -1,4 +1,5 @@
 // The six query calls: one body, a row for what each differs in, and a shell with its own texts.
+#include "stapi_rix_call.h"
 #include "stapi_rix_diag.h"
 #include "stapi_rix_gwytok.h"
 #include "stapi_rix_impl.h"
@@ -84,7 +85,7 @@ static int fillResultSet(const QueryCall &call, Internal_GatewayToken_t *gwTok, 
 // Of an exchange: the connection cannot be used any more.
 static bool isBroken(int rc)
 {
-    return rc == STAPI_COMMS_FAILURE || rc == STAPI_GATEWAY_EXCHANGE_FAILED;
+    return rc == STAPI_COMMS_FAILURE || rc == STAPI_GATEWAY_EXCHANGE_FAILED || rc == STAPI_TIME_LIMIT_REACHED;
 }
 
 // The work of a query call behind its argument checks. query: null for a call without a query text. gwTokPtr: the
@@ -98,6 +99,7 @@ static int runQuery(const QueryCall &call, RIX_GatewayToken_t *gwTokPtr, const c
     if (rc != STAPI_OK) return rc;
     if (shownQuery != nullptr && traceOn(Line::exit)) *shownQuery = strdup(query);
     rc = fillResultSet(call, *gwTokPtr, query);
+    if (callState.limitReached) rc = STAPI_TIME_LIMIT_REACHED; // rather than what came of it
     const RIX_ResultSetToken_t rs = (*gwTokPtr)->connRSPtr;
     if (!isBroken(rc) && endGatewayTokenUse(*gwTokPtr) != STAPI_OK) rc = STAPI_COMMS_FAILURE;
     if (isBroken(rc)) {
@@ -112,17 +114,26 @@ static int runQuery(const QueryCall &call, RIX_GatewayToken_t *gwTokPtr, const c
 
 int getResourceGroupIds(RIX_GatewayToken_t gwTok, RIX_ResultSetToken_t *resGrpIdRSPtr)
 {
+    const GatewayCall call;
     int rc = stapiInit();
     ENTRY(1009, "API.getResourceGroupIds(gwTok=%p resGrpIdRSPtr=%p)\n", ptr(gwTok), ptr(resGrpIdRSPtr));
     if (rc == STAPI_OK)
         rc = firstMissing({{gwTok, STAPI_NULL_GATEWAY_TOKEN}, {resGrpIdRSPtr, STAPI_NULL_RESULT_SET_PTR}});
     if (rc == STAPI_OK) rc = runQuery(RESOURCE_GROUP_IDS, &gwTok, nullptr, resGrpIdRSPtr);
     EXIT(1014, "API.getResourceGroupIds() rc=%d\n", rc);
-    return rc;
+    return call.end(rc);
+}
+
+// The text of a query for the call's last line: the copy made in use, else what the caller gave. The text of a
+// getIdQuery() that went with its connection can no longer be read.
+static const char *shownText(const char *copy, const char *given)
+{
+    return copy != nullptr || isGoneQueryText(given) ? copy : given;
 }
 
 int getStatIdsByStatGroupId(RIX_GatewayToken_t gwTok, const char *providerIdsPtr, RIX_ResultSetToken_t *statIdRSPtr)
 {
+    const GatewayCall call;
     int rc = stapiInit();
     ENTRY(1015, "API.getStatIdsByStatGroupId(gwTok=%p,providerIdsPtr=%p,statIdRsPtr=%p)\n", ptr(gwTok),
           ptr(providerIdsPtr), ptr(statIdRSPtr));
@@ -131,40 +142,39 @@ int getStatIdsByStatGroupId(RIX_GatewayToken_t gwTok, const char *providerIdsPtr
         rc = firstMissing({{gwTok, STAPI_NULL_GATEWAY_TOKEN},
                            {providerIdsPtr, STAPI_NULL_QUERY_STRING},
                            {statIdRSPtr, STAPI_NULL_RESULT_SET_PTR}});
-    const bool asked = rc == STAPI_OK;
-    if (asked) rc = runQuery(STAT_IDS_BY_GROUP, &gwTok, providerIdsPtr, statIdRSPtr, &query);
-    // The text of a getIdQuery() goes with its connection, which ends if the query fails, and which another thread may
-    // have closed: what the caller gave is looked at only if it was refused for another reason.
-    const bool ownText = !asked || rc == STAPI_WRONG_PROCESS || rc == STAPI_WRONG_THREAD;
+    if (rc == STAPI_OK) rc = runQuery(STAT_IDS_BY_GROUP, &gwTok, providerIdsPtr, statIdRSPtr, &query);
     EXIT(1019, "API.getStatIdsByStatGroupId(gwTok=%p,query=%s,rs=%p) rc=%d\n", ptr(gwTok),
-         textOrNull(ownText ? providerIdsPtr : query), ptr(statIdRSPtr), rc);
+         textOrNull(shownText(query, providerIdsPtr)), ptr(statIdRSPtr), rc);
     free(query);
-    return rc;
+    return call.end(rc);
 }
 
 int getStatIds(RIX_GatewayToken_t gwTok, RIX_ResultSetToken_t *statIdRSPtr)
 {
+    const GatewayCall call;
     int rc = stapiInit();
     ENTRY(1020, "API.getStatIds(gwTok=%p,rs=%p)\n", ptr(gwTok), ptr(statIdRSPtr));
     if (rc == STAPI_OK)
         rc = firstMissing({{gwTok, STAPI_NULL_GATEWAY_TOKEN}, {statIdRSPtr, STAPI_NULL_RESULT_SET_PTR}});
     if (rc == STAPI_OK) rc = runQuery(STAT_IDS, &gwTok, nullptr, statIdRSPtr);
     EXIT(1024, "API.getStatIds(gwTok=%p,rs=%p) rc=%d\n", ptr(gwTok), ptr(statIdRSPtr), rc);
-    return rc;
+    return call.end(rc);
 }
 
 int getStats(RIX_GatewayToken_t gwTok, RIX_ResultSetToken_t *statRSPtr)
 {
+    const GatewayCall call;
     int rc = stapiInit();
     ENTRY(1025, "API.getStats(gwTok=%p,statRSPtr=%p)\n", ptr(gwTok), ptr(statRSPtr));
     if (rc == STAPI_OK) rc = firstMissing({{gwTok, STAPI_NULL_GATEWAY_TOKEN}, {statRSPtr, STAPI_NULL_RESULT_SET_PTR}});
     if (rc == STAPI_OK) rc = runQuery(STATS, &gwTok, nullptr, statRSPtr);
     EXIT(1029, "API.getStats(gwTok=%p,rs=%p) rc=%d\n", ptr(gwTok), ptr(statRSPtr), rc);
-    return rc;
+    return call.end(rc);
 }
 
 int getStatsByStatId(RIX_GatewayToken_t gwTok, const char *statIdsPtr, RIX_ResultSetToken_t *statRSPtr)
 {
+    const GatewayCall call;
     int rc = stapiInit();
     ENTRY(1030, "API.getStatsByStatId(gwTok=%p,statIdsPtr=%p,statRSPtr=%p)\n", ptr(gwTok), ptr(statIdsPtr),
           ptr(statRSPtr));
@@ -175,11 +185,12 @@ int getStatsByStatId(RIX_GatewayToken_t gwTok, const char *statIdsPtr, RIX_Resul
     if (rc == STAPI_OK) rc = runQuery(STATS_BY_ID, &gwTok, statIdsPtr, statRSPtr);
     EXIT(1034, "API.getStatsByStatId(gwTok=%p,statIdsPtr=%p,statRSPtr=%p) rc=%d\n", ptr(gwTok), ptr(statIdsPtr),
          ptr(statRSPtr), rc);
-    return rc;
+    return call.end(rc);
 }
 
 int getStatsByStatGroupId(RIX_GatewayToken_t gwTok, const char *providerIdPtr, RIX_ResultSetToken_t *statRSPtr)
 {
+    const GatewayCall call;
     int rc = stapiInit();
     ENTRY(1035, "API.getStatsByStatGroupId(gwTok=%p,providerIdPtr=%p,statRSPtr=%p)\n", ptr(gwTok), ptr(providerIdPtr),
           ptr(statRSPtr));
@@ -190,5 +201,5 @@ int getStatsByStatGroupId(RIX_GatewayToken_t gwTok, const char *providerIdPtr, R
     if (rc == STAPI_OK) rc = runQuery(STATS_BY_GROUP, &gwTok, providerIdPtr, statRSPtr);
     EXIT(1039, "API.getStatsByStatGroupId(gwTok=%p,providerIdPtr=%p,statRSPtr=%p) rc=%d\n", ptr(gwTok),
          ptr(providerIdPtr), ptr(statRSPtr), rc);
-    return rc;
+    return call.end(rc);
 }

@@ -1,4 +1,5 @@
 // The result-set calls: a result set turned into a query text, copied, freed, dumped.
+#include "stapi_rix_call.h"
 #include "stapi_rix_diag.h"
 #include "stapi_rix_impl.h"
 #include "stapi_rix_resultsetbuffer.h"
@@ -76,6 +77,7 @@ static int buildQuery(Internal_ResultSetToken_t *rs, QueryText *query, char **id
 
 int getIdQuery(RIX_ResultSetToken_t rsPtr, char **idQueryStringPtr)
 {
+    const LocalCall call;
     int rc = stapiInit();
     ENTRY(1040, "API.getIdQuery(rsPtr=%p,idQueryStringPtr=%p)\n", ptr(rsPtr), ptr(idQueryStringPtr));
     // Allocated before anything is checked, and whatever the initialisation said: its failure decides the code.
@@ -85,7 +87,7 @@ int getIdQuery(RIX_ResultSetToken_t rsPtr, char **idQueryStringPtr)
     if (rc == STAPI_OK) rc = buildQuery(rsPtr, &query, idQueryStringPtr);
     free(query.text);
     EXIT(1042, "API.getIdQuery(rsPtr=%p) goodIdCount=%d rc=%d\n", ptr(rsPtr), query.goodIdCount, rc);
-    return rc;
+    return call.end(rc);
 }
 
 // ---- copyResultSet
@@ -140,12 +142,13 @@ static int makeCopy(RIX_ResultSetToken_t srcRs, RIX_ResultSetToken_t *tarRsPtr)
 
 int copyResultSet(RIX_ResultSetToken_t srcRs, RIX_ResultSetToken_t *tarRsPtr)
 {
+    const LocalCall call;
     int rc = stapiInit();
     ENTRY(1072, "API.copyResultSet(srcRsPtr=%p,&tarRsPtr=%p)\n", ptr(srcRs), ptr(tarRsPtr));
     if (rc == STAPI_OK) rc = checkForCopy(srcRs, tarRsPtr);
     if (rc == STAPI_OK) rc = makeCopy(srcRs, tarRsPtr);
     EXIT(1079, "API.copyResultSet(srcRs=%p,tarRsPtr=%p) rc=%d\n", ptr(srcRs), ptr(tarRsPtr), rc);
-    return rc;
+    return call.end(rc);
 }
 
 // ---- freeResultSet
@@ -184,12 +187,13 @@ static void releaseCopy(RIX_ResultSetToken_t *rsPtr)
 
 int freeResultSet(RIX_ResultSetToken_t *rsPtr)
 {
+    const LocalCall call;
     int rc = stapiInit();
     ENTRY(1080, "API.freeResultSet(&rsPtr=%p)\n", ptr(rsPtr));
     if (rc == STAPI_OK) rc = checkForFree(rsPtr);
     if (rc == STAPI_OK) releaseCopy(rsPtr);
     EXIT(1087, "API.freeResultSet(&rsPtr=%p) rc=%d\n", ptr(rsPtr), rc);
-    return rc;
+    return call.end(rc);
 }
 
 // ---- dumpResultSet
@@ -210,10 +214,11 @@ static int checkForDump(RIX_ResultSetToken_t rsPtr)
 
 int dumpResultSet(RIX_ResultSetToken_t rsPtr)
 {
+    const LocalCall call;
     int rc = stapiInit();
     ENTRY(1102, "API.dumpResultSet(rsPtr=%p)\n", ptr(rsPtr));
     if (rc == STAPI_OK) rc = checkForDump(rsPtr);
     if (rc == STAPI_OK) dumpResultSetInternal(rsPtr);
     EXIT(1105, "API.dumpResultSet(rsPtr=%p) rc=%d\n", ptr(rsPtr), rc);
-    return rc;
+    return call.end(rc);
 }

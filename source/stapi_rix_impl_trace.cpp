@@ -1,4 +1,5 @@
 // The trace control calls: level and destination of the trace, and the dump of the library's state.
+#include "stapi_rix_call.h"
 #include "stapi_rix_diag.h"
 #include "stapi_rix_gwytok.h"
 #include "stapi_rix_impl.h"
@@ -31,6 +32,7 @@ static void writeTraceHeader()
 
 int getAPITraceLevel(int *traceStatePtr)
 {
+    const LocalCall call;
     int rc = stapiInit();
     ENTRY(1091, "API.getAPITraceLevel(traceStatePtr=%p)\n", ptr(traceStatePtr));
     if (rc == STAPI_OK && traceStatePtr == nullptr) {
@@ -39,11 +41,12 @@ int getAPITraceLevel(int *traceStatePtr)
     }
     if (rc == STAPI_OK) *traceStatePtr = currentLevel();
     EXIT(1093, "API.getAPITraceLevel(traceStatePtr=%p) rc=%d\n", ptr(traceStatePtr), rc);
-    return rc;
+    return call.end(rc);
 }
 
 int setAPITraceLevel(int traceState)
 {
+    const LocalCall call;
     int rc = stapiInit();
     ENTRY(1094, "API.setAPITraceLevel(traceState=%d) current trace level=%d\n", traceState, currentLevel());
     if (rc == STAPI_OK && (traceState < 0 || traceState > MAX_TRACE_LEVEL)) {
@@ -57,7 +60,7 @@ int setAPITraceLevel(int traceState)
         releaseLock(&traceLock);
     }
     EXIT(1096, "API.setAPITraceLevel(traceState=%d) new trace level=%d rc=%d\n", traceState, currentLevel(), rc);
-    return rc;
+    return call.end(rc);
 }
 
 // ---- setAPITraceFile
@@ -132,6 +135,7 @@ static int changeTraceFile(const char *traceFile)
 
 int setAPITraceFile(const char *traceFile)
 {
+    const LocalCall call;
     int rc = stapiInit();
     const bool ready = rc == STAPI_OK;
     TraceFileName name = {""};
@@ -144,13 +148,14 @@ int setAPITraceFile(const char *traceFile)
         if (ready) readFileName(&name);
         EXIT(1101, "API.setAPITraceFile(traceFile=%p) new trace destination=%s rc=%d\n", ptr(traceFile), name.text, rc);
     }
-    return rc;
+    return call.end(rc);
 }
 
 // ---- dumpState
 
 int dumpState()
 {
+    const LocalCall call;
     const int rc = stapiInit();
     // With the time stamp of the line before it, on purpose.
     if (traceOn(Line::entry)) traceLineStaleStamp(Line::entry, 1106, "API.dumpState()\n");
@@ -163,5 +168,5 @@ int dumpState()
         dumpGatewayTokens();
     }
     EXIT(1107, "API.dumpState() rc=%d\n", rc);
-    return rc;
+    return call.end(rc);
 }

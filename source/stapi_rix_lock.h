@@ -24,6 +24,19 @@ int releaseLock(stapilock *lockPtr);             // 0, -1 not initialised, -5 un
 int isLockInitialized(const stapilock *lockPtr); // the raw marker
 int destroyLock(stapilock *lockPtr);             // 0, -1 not initialised, -4 destroy call failed
 
+// Holds a lock from here to the end of the block.
+class Locked
+{
+public:
+    explicit Locked(stapilock &heldLock) : held(&heldLock) { requestLock(held); }
+    ~Locked() { releaseLock(held); }
+    Locked(const Locked &) = delete;
+    Locked &operator=(const Locked &) = delete;
+
+private:
+    stapilock *held;
+};
+
 } // namespace rixstats
 
 #endif

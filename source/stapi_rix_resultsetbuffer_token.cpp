@@ -1,5 +1,6 @@
 // Result-set tokens: the records behind the callers' result-set handles.
 #include "stapi_rix_diag.h"
+#include "stapi_rix_owner.h"
 #include "stapi_rix_resultsetbuffer.h"
 
 #include <cstdlib>
@@ -130,20 +131,14 @@ int dumpResultSetInternal(const Internal_ResultSetToken_t *rsPtr)
 
 int verifyAPIResultSetTokenOwner(const Internal_ResultSetToken_t *rsPtr)
 {
-    int rixStatRc = STAPI_OK;
     ENTRY(2141, "stapi_rix_resultsetbuffer.verifyAPIResultSetToken(rsPtr=%p)\n", ptr(rsPtr));
-    pid_t currentPid;
-    pthread_t currentTid;
-    getPidTid(&currentPid, &currentTid);
-    if (currentPid != rsPtr->owningPid) {
-        rixStatRc = STAPI_WRONG_PROCESS;
+    const int rixStatRc = ownershipOf(rsPtr->owningPid, rsPtr->owningTid);
+    if (rixStatRc == STAPI_WRONG_PROCESS)
         EXC(2142, "stapi_rix_resultsetbuffer.verifyAPIResultSetToken PID mismatch: currentPid=%x, owningPid=%x\n",
-            static_cast<unsigned>(currentPid), static_cast<unsigned>(rsPtr->owningPid));
-    } else if (compareTids(currentTid, rsPtr->owningTid) == 0) {
-        rixStatRc = STAPI_WRONG_THREAD;
+            static_cast<unsigned>(currentPid()), static_cast<unsigned>(rsPtr->owningPid));
+    else if (rixStatRc == STAPI_WRONG_THREAD)
         EXC(2143, "stapi_rix_resultsetbuffer.verifyAPIResultSetToken TID mismatch: currentTid=%x, owningTid=%x\n",
-            static_cast<unsigned>(narrowTid(currentTid)), static_cast<unsigned>(narrowTid(rsPtr->owningTid)));
-    }
+            static_cast<unsigned>(narrowTid(pthread_self())), static_cast<unsigned>(narrowTid(rsPtr->owningTid)));
     EXIT(2144, "stapi_rix_resultsetbuffer.verifyAPIResultSetToken(rsPtr=%p) rc=%d\n", ptr(rsPtr), rixStatRc);
     return rixStatRc;
 }

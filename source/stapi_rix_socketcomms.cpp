@@ -2,6 +2,7 @@
 #include "stapi_rix_socketcomms.h"
 
 #include "rixstats.h"
+#include "stapi_rix_call.h"
 #include "stapi_rix_diag.h"
 #include "stapi_rix_flowarea.h"
 #include "stapi_rix_socketset.h"
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <poll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 
@@ -63,10 +65,29 @@ bool populateHeader(Reader &in, const char *requestName, GatewayRequest *request
     return !in.bad;
 }
 
+// Waits until the socket is ready or the call's time limit has been reached; without one there is nothing to wait for
+// here. False with errno ETIMEDOUT, or what poll() says.
+static bool waitForSocket(int socketDesc, short events)
+{
+    if (!hasDeadline()) return true;
+    struct pollfd socket = {socketDesc, events, 0};
+    int left;
+    while ((left = millisecondsLeft()) > 0) {
+        const int ready = poll(&socket, 1, left);
+        if (ready > 0) return true;
+        if (ready < 0 && errno != EINTR) return false;
+    }
+    callState.limitReached = true;
+    EXC(3252, "stapi_rix_socketcomms.waitForSocket socket %d time limit reached\n", socketDesc);
+    errno = ETIMEDOUT;
+    return false;
+}
+
 static ssize_t receive(int socketDesc, char *buffer, int size)
 {
     ssize_t got;
     do {
+        if (!waitForSocket(socketDesc, POLLIN)) return -1;
         errno = 0; // an orderly close sets none, and an older error must not pass for its reason
         got = recv(socketDesc, buffer, static_cast<size_t>(size), 0);
     } while (got < 0 && errno == EINTR);
@@ -101,14 +122,40 @@ int readFromSocket(int socketDesc, int dataSize, char *dataBuf, int *received)
     return rc;
 }
 
-// Sends once: what the socket does not take in one call stays unsent. A broken connection is a failed send, never a
-// signal to the process we are guests in.
-static int sendRequest(int socketDesc, const char *data, int datalen, ReasonCodes *reasons)
+// Sends once: what the socket does not take in one call stays unsent.
+static ssize_t sendOnce(int socketDesc, const char *data, size_t datalen)
 {
     ssize_t sent;
     do {
-        sent = send(socketDesc, data, static_cast<size_t>(datalen), MSG_NOSIGNAL);
+        sent = send(socketDesc, data, datalen, MSG_NOSIGNAL);
     } while (sent < 0 && errno == EINTR);
+    return sent;
+}
+
+// The same within the call's time limit, which a blocking send would not heed: what does not fit into the socket now
+// follows when there is room.
+static ssize_t sendWithinLimit(int socketDesc, const char *data, size_t datalen)
+{
+    size_t sent = 0;
+    while (sent < datalen) {
+        const ssize_t more = send(socketDesc, data + sent, datalen - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (more > 0) {
+            sent += static_cast<size_t>(more);
+        } else if (more < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            if (!waitForSocket(socketDesc, POLLOUT)) return -1;
+        } else if (more == 0 || errno != EINTR) {
+            return more;
+        }
+    }
+    return static_cast<ssize_t>(sent);
+}
+
+// A broken connection is a failed send, never a signal to the process we are guests in.
+static int sendRequest(int socketDesc, const char *data, int datalen, ReasonCodes *reasons)
+{
+    const size_t size = static_cast<size_t>(datalen);
+    const ssize_t sent =
+        hasDeadline() ? sendWithinLimit(socketDesc, data, size) : sendOnce(socketDesc, data, size);
     if (sent > 0) return 0;
 
     const int savedErrno = errno;
@@ -118,9 +165,10 @@ static int sendRequest(int socketDesc, const char *data, int datalen, ReasonCode
     return -1;
 }
 
-// Waits as long as the gateway takes.
+// Waits as long as the gateway takes, or the call's time limit allows.
 static int waitForReply(int socketDesc)
 {
+    if (hasDeadline()) return waitForSocket(socketDesc, POLLIN) ? 0 : -1;
     SocketSet readable;
     if (initSocketSet(&readable, socketDesc) != 0) return STAPI_NO_MEMORY;
     int ready;

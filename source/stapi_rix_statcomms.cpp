@@ -2,6 +2,7 @@
 // call itself, which sends the header fields and the server version of the first reply back.
 #include "stapi_rix_statcomms.h"
 
+#include "stapi_rix_call.h"
 #include "stapi_rix_diag.h"
 
 #include <cstring>
@@ -127,6 +128,7 @@ int statProtocolVer(Internal_GatewayToken_t *gwTokPtr, ReasonCodes *reasons)
 // The action alone decides how its reply is read.
 static int parseReply(const AdminRequest *request, char **buffer, int *bufferLen)
 {
+    noteStep(RIX_STEP_PARSE);
     const int length = request->callData != nullptr ? request->header.datalength : 0;
     DATA(2230, "stapi_rix_statcomms.statCommsString", request->callData, length, 0, 1);
     if (strcmp(request->invokeAction, STATS_MBEAN_ACTION_GET_STATS) == 0) {

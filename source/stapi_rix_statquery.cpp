@@ -1,6 +1,7 @@
 // The six statistics queries: one body, and a row for what each differs in.
 #include "stapi_rix_statquery.h"
 
+#include "stapi_rix_call.h"
 #include "stapi_rix_diag.h"
 #include "stapi_rix_resultsetbuffer.h"
 #include "stapi_rix_statcomms.h"
@@ -39,10 +40,14 @@ static const StatQuery STATS = {STATS_MBEAN_ACTION_GET_STATS, "stapi_rix_statque
 static int runQuery(const StatQuery &query, int socketDesc, char **buffer, int *bufferLen, const char *ids)
 {
     if (*buffer == nullptr) return STAPI_NULL_ARGUMENT;
+    noteStep(RIX_STEP_QUERY);
     ReasonCodes reasons = {};
     const int commsRc = ids == nullptr ? statComms(socketDesc, query.action, buffer, bufferLen, &reasons)
                                        : statCommsString(socketDesc, query.action, ids, buffer, bufferLen, &reasons);
-    if (commsRc != 0) return mapExchangeFailure(commsRc, reasons);
+    if (commsRc != 0) {
+        noteReasons(reasons);
+        return mapExchangeFailure(commsRc, reasons);
+    }
     DATA(query.dataPoint, query.dataName, *buffer, 0, RESULT_SET_TERMINATOR, 0);
     return STAPI_OK;
 }

@@ -41,6 +41,16 @@ typedef struct _Internal_ResultSetToken_t
     int cacheElementRC;
 } Internal_ResultSetToken_t;
 
+// Where a connection is in its life; stapi_rix_gwytok_life.cpp holds all changes, docs/architecture.md draws them.
+enum class TokenState
+{
+    busy,     // on the list: its owner is opening it, or running a query on it
+    idle,     // on the list, in nobody's use
+    orphaned, // off the list: another thread closed it while it was busy, its owner has to release it
+    closing,  // off the list: the thread that took it off is releasing it
+    resting   // ended: its address is kept out of use for a while, so that its handle is not mistaken for another
+};
+
 typedef struct _Internal_GatewayToken_t
 {
     char eyecatcher[EYECATCHER_SIZE]; // "RIXGWTOK"
@@ -54,9 +64,8 @@ typedef struct _Internal_GatewayToken_t
     pthread_t owningTid;
     char *protocolVersion;
     struct _Internal_GatewayToken_t *nextGwyTokPtr;
-    bool inUse;      // the owning thread is opening the connection or running a query on it
-    bool closed;     // meanwhile another thread took it off the list: the thread that uses it releases it
-    uint32_t number; // rises along the list, from one connection to the next
+    TokenState state;
+    uintptr_t goneQueryText; // of a resting one: where the text that getIdQuery() handed out stood
 } Internal_GatewayToken_t;
 
 // The read position may be dumped by another thread while the owning one walks on.

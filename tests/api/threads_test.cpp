@@ -108,12 +108,13 @@ TEST_F(Threads, ASilentGatewayDelaysOnlyTheThreadThatClosesItsConnection)
     start(options);
     ASSERT_EQ(STAPI_OK, connect()); // the one that is waited for
     ASSERT_EQ(STAPI_OK, connect());
+    RIX_GatewayToken_t second = gateway;
     std::thread closer([&] {
         EXPECT_EQ(STAPI_OK, closeAllGatewayConnections());
         closed = true;
     });
     waitForRequests(11);
-    EXPECT_EQ(STAPI_OK, closeGatewayConnection(&gateway));
+    EXPECT_EQ(STAPI_GATEWAY_TOKEN_NOT_FOUND, closeGatewayConnection(&second)) << "taken already, closed later";
     EXPECT_EQ(STAPI_OK, connect()); // too late to be among all
     EXPECT_EQ(STAPI_OK, setAPITraceFile("/dev/null"));
     EXPECT_EQ(STAPI_OK, dumpState());

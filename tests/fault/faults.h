@@ -36,6 +36,8 @@ extern thread_local time_t clockAhead;
 
 // Blocks that the library has allocated in this thread and not freed, address lists among them.
 extern thread_local long liveBlocks;
+// Of them, those that would be lost: records of ended connections rest for a while on purpose.
+long usedBlocks();
 
 // So many open files, or none where the system does not allow them.
 inline std::vector<rixgwsim::Descriptor> openFiles(rlim_t count)

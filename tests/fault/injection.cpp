@@ -1,6 +1,8 @@
 // The calls that the linker diverts: __wrap_x takes the place of x, which is __real_x here.
 #include "faults.h"
 
+#include "stapi_rix_gwytok.h"
+
 #include <netdb.h>
 #include <sys/socket.h>
 
@@ -14,6 +16,11 @@ thread_local std::function<int(const timeval &)> connectWait;
 thread_local std::function<void()> afterRecv;
 thread_local time_t clockAhead = 0;
 thread_local long liveBlocks = 0;
+
+long usedBlocks()
+{
+    return liveBlocks - rixstats::gtlRestingCount;
+}
 
 } // namespace fault
 

@@ -15,7 +15,7 @@ TEST_F(MisuseTest, NullInAnyPositionAndALongHostNameAreRefusedAndChangeNothing)
     const RIX_ResultSetToken_t rs = ask(kStats);
     const Walk expected = readStats(rs);
     simulator->clearRequests();
-    const long blocks = fault::liveBlocks;
+    const long blocks = fault::usedBlocks();
     char unset = 0;
     char *text = &unset;
     RIX_GatewayToken_t token = nullptr;
@@ -50,7 +50,7 @@ TEST_F(MisuseTest, NullInAnyPositionAndALongHostNameAreRefusedAndChangeNothing)
         EXPECT_EQ(expected, readStats(rs));
     }
     EXPECT_TRUE(simulator->requests().empty());
-    EXPECT_EQ(blocks, fault::liveBlocks);
+    EXPECT_EQ(blocks, fault::usedBlocks());
     EXPECT_TRUE(text == &unset && token == nullptr && set == nullptr);
 }
 

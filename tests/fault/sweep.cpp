@@ -75,7 +75,7 @@ static void liveTwice(const Query &query, const Injection &fault)
 {
     alarm(20); // ends a life that waits for ever
     const std::ptrdiff_t descriptors = countDescriptors();
-    const long blocks = liveBlocks;
+    const long blocks = usedBlocks();
     {
         rixgwsim::Options options = smallOptions();
         options.faults.replySize = 90000; // the result set grows twice
@@ -90,7 +90,7 @@ static void liveTwice(const Query &query, const Injection &fault)
         EXPECT_EQ("", gateway.lastProtocolError());
     }
     EXPECT_EQ(descriptors, countDescriptors());
-    EXPECT_EQ(blocks + 1, liveBlocks) << "of memory the trace file's name alone is left";
+    EXPECT_EQ(blocks + 1, usedBlocks()) << "of memory the trace file's name alone is left";
 }
 
 std::string sweep(const Query &query, Injection fault)

@@ -1,0 +1,58 @@
+// The present call of a thread. See the header.
+#include "stapi_rix_call.h"
+
+#include <ctime>
+
+namespace rixstats {
+
+constexpr int64_t NANOSECONDS_IN_MILLISECOND = 1000000;
+
+__thread CallState callState;
+
+static int64_t monotonicNow()
+{
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * INT64_C(1000000000) + now.tv_nsec;
+}
+
+void beginGatewayCall()
+{
+    callState.present = {};
+    callState.limitReached = false;
+    const int limit = callState.timeLimit;
+    callState.deadline = limit == 0 ? 0 : monotonicNow() + limit * NANOSECONDS_IN_MILLISECOND;
+}
+
+int64_t nanosecondsLeft()
+{
+    const int64_t left = callState.deadline - monotonicNow();
+    return left > 0 ? left : 0;
+}
+
+int millisecondsLeft()
+{
+    return static_cast<int>((nanosecondsLeft() + NANOSECONDS_IN_MILLISECOND - 1) / NANOSECONDS_IN_MILLISECOND);
+}
+
+void noteReasons(const ReasonCodes &reasons)
+{
+    if (reasons.socketErrno != 0) callState.present.socketErrno = reasons.socketErrno;
+    callState.present.gatewayRc = reasons.gatewayRc;
+    callState.present.authRc = reasons.authRc;
+    callState.present.adminRc = reasons.adminRc;
+}
+
+void rememberFailure(int code)
+{
+    callState.last = callState.present;
+    callState.last.code = code;
+}
+
+void rememberRefusal(int code)
+{
+    callState.last = {};
+    callState.last.code = code;
+}
+
+} // namespace rixstats

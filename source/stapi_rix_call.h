@@ -1,0 +1,97 @@
+// What the present call of a thread knows of itself: until when it may wait, what it is doing, and why it fails. Every
+// exported call stands in one of the frames below, which keep errno as it was where the call succeeds and remember the
+// failure where it does not. Calls nothing of the library.
+#ifndef STAPI_RIX_CALL_H
+#define STAPI_RIX_CALL_H
+
+#include "rixstats_ext.h"
+#include "stapi_rix_socketcomms.h"
+
+#include <cerrno>
+#include <cstdint>
+
+namespace rixstats {
+
+// Of each thread.
+typedef struct _CallState
+{
+    int timeLimit;         // of each call that talks to a gateway, in milliseconds; 0: none
+    int64_t deadline;      // of the present call, in nanoseconds of the monotonic clock; 0: none
+    bool limitReached;     // the present call has stopped waiting
+    RIX_Failure_t present; // of the present call, filled as it goes; counts only if it fails
+    RIX_Failure_t last;    // of the last call that failed
+} CallState;
+
+#pragma GCC visibility push(hidden)
+extern __thread CallState callState; // __thread: needs no C++ run-time support, as thread_local might
+#pragma GCC visibility pop
+
+inline bool hasDeadline()
+{
+    return callState.deadline != 0;
+}
+
+int64_t nanosecondsLeft();  // of a call that has a deadline; 0 when it has passed
+int millisecondsLeft();     // the same, rounded up
+void beginGatewayCall();    // the clock starts
+void rememberFailure(int code); // of the present call, with what it noted
+void rememberRefusal(int code); // of a call that has noted nothing
+
+inline void noteStep(int step)
+{
+    callState.present.step = step;
+}
+
+inline void noteErrno(int error)
+{
+    callState.present.socketErrno = error;
+}
+
+void noteReasons(const ReasonCodes &reasons);
+
+// A call that talks to a gateway. Its time limit counts from here.
+class GatewayCall
+{
+public:
+    GatewayCall() : savedErrno(errno) { beginGatewayCall(); }
+    int end(int rc) const
+    {
+        if (rc == STAPI_OK)
+            errno = savedErrno;
+        else
+            rememberFailure(rc);
+        return rc;
+    }
+
+private:
+    int savedErrno;
+};
+
+// Any other call.
+class LocalCall
+{
+public:
+    LocalCall() : savedErrno(errno) {}
+    int end(int rc) const
+    {
+        if (rc == STAPI_OK)
+            errno = savedErrno;
+        else
+            rememberRefusal(rc);
+        return rc;
+    }
+
+private:
+    int savedErrno;
+};
+
+// A step of a walk, which does nothing that could change errno. The end of the results is no failure.
+inline int endOfStep(int rc)
+{
+    if (__builtin_expect(rc != STAPI_OK && rc != STAPI_END_OF_RESULTS, 0)) rememberRefusal(rc);
+    return rc;
+}
+
+} // namespace rixstats
+
+#endif

@@ -1,0 +1,20 @@
+// Whose a connection or a result set is: that of the thread that opened it, in the process that opened it. Calls the
+// trace facility's questions about processes and threads.
+#ifndef STAPI_RIX_OWNER_H
+#define STAPI_RIX_OWNER_H
+
+#include "rixstats.h"
+#include "stapi_rix_diag.h"
+
+namespace rixstats {
+
+// STAPI_OK if the calling thread is the owner; STAPI_WRONG_PROCESS, or STAPI_WRONG_THREAD of the right process.
+inline int ownershipOf(pid_t owningPid, pthread_t owningTid)
+{
+    if (owningPid != currentPid()) return STAPI_WRONG_PROCESS;
+    return compareTids(owningTid, pthread_self()) != 0 ? STAPI_OK : STAPI_WRONG_THREAD;
+}
+
+} // namespace rixstats
+
+#endif
