@@ -31,16 +31,21 @@
  *     are zero-terminated and copied; they may be released as soon as the call returns.
  *  5. Threads. Any thread may open connections; only the thread that opened a connection may query it and read its
  *     result set. Any thread may close it, also while a query waits for the gateway (the query then ends with a
- *     failure), but not while the owning thread reads the result set, which goes with the connection. Copies of result
+ *     failure), but not while the owning thread reads the result set, which goes with the connection. A handle names
+ *     one connection for good: a late close is refused and meets no connection that was opened since. Copies of result
  *     sets may be read by any thread, one at a time. All other calls may be made by any thread at any time. No call may
  *     be made from a signal handler, and no thread be cancelled inside one.
- *  6. Forks. A child process must not use or close the connections of its parent; it opens its own.
- *  7. Manners. The library starts no thread, throws nothing, changes no signal handling, and marks its descriptors
- *     close-on-exec. It prints nothing unless tracing is on or a dump is asked for (but for a line on standard error if
+ *  6. Forks. A child process opens connections of its own. Those of its parent it may close, which releases its
+ *     descriptors and is not noticed by gateway and parent; queries on them are refused.
+ *  7. Manners. The library starts no thread, throws nothing, changes no signal handling, marks its descriptors
+ *     close-on-exec and never takes those of the standard streams, and leaves errno alone where a call succeeds. It
+ *     prints nothing unless tracing is on or a dump is asked for (but for a line on standard error if
  *     it cannot be set up at all).
- *  8. Waiting. A call that talks to a gateway waits for its answer without a time limit; only the TCP connect has one,
- *     of 60 seconds. Closing the connection from another thread ends the wait of a query or an opening. Nothing ends
- *     the wait of a close for the gateway's answer.
+ *  8. Waiting. A call that talks to a gateway waits for its answer without a time limit, unless the thread has set one
+ *     by rixSetTimeLimit() of rixstats_ext.h: then it returns that header's STAPI_TIME_LIMIT_REACHED. Only the TCP
+ *     connect has a limit of its own, of 60 seconds. Closing the connection from another thread ends the wait of a
+ *     query or an opening, too; nothing but a time limit ends the wait of a close for the gateway's answer.
+ *  9. Reasons. rixGetLastFailure() of rixstats_ext.h tells at which step a call failed, and why.
  */
 #ifndef RIXSTATS_H
 #define RIXSTATS_H

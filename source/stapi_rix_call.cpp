@@ -7,7 +7,7 @@ namespace rixstats {
 
 constexpr int64_t NANOSECONDS_IN_MILLISECOND = 1000000;
 
-__thread CallState callState;
+__thread CallState callState __attribute__((tls_model("initial-exec")));
 
 static int64_t monotonicNow()
 {
