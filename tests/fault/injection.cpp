@@ -4,10 +4,12 @@
 #include "stapi_rix_gwytok.h"
 
 #include <netdb.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 
 namespace fault {
 
@@ -66,6 +68,8 @@ DIVERT(int, socket, -1, (int family, int type, int protocol), (family, type, pro
 DIVERT(int, setsockopt, -1, (int desc, int level, int name, const void *value, socklen_t size),
        (desc, level, name, value, size))
 DIVERT(int, ioctl, -1, (int desc, unsigned long request, void *argument), (desc, request, argument))
+DIVERT(int, poll, -1, (struct pollfd * descs, nfds_t count, int timeout), (descs, count, timeout))
+DIVERT(int, clock_gettime, -1, (clockid_t clock, struct timespec *now), (clock, now))
 DIVERT(int, connect, -1, (int desc, const sockaddr *address, socklen_t size), (desc, address, size))
 DIVERT(ssize_t, send, errno == 0 ? 0 : -1, (int desc, const void *data, size_t size, int flags),
        (desc, data, size, flags))
