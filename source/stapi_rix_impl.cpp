@@ -2,6 +2,7 @@
 #include "stapi_rix_impl.h"
 
 #include "stapi_rix_diag.h"
+#include "stapi_rix_diag_output.h"
 #include "stapi_rix_gwytok.h"
 #include "stapi_rix_pid.h"
 #include "stapi_rix_resultsetbuffer.h"
@@ -19,6 +20,13 @@ char stapiVersion[32000];
 std::atomic<int> stapiState{0};
 static pthread_mutex_t initMutex = PTHREAD_MUTEX_INITIALIZER;
 
+// There is no lock yet; initialisation has one of its own.
+static void tellNoTrace(int rc)
+{
+    const QuietOutput quiet;
+    printOutput(stderr, "stapi_rix_impl.stapiInit() Initialization of rixstats API trace has failed. rc=%d\n", rc);
+}
+
 // Traces its failures at level 1; a success leaves tracing off.
 static int initialise()
 {
@@ -26,7 +34,7 @@ static int initialise()
     initKnownPid();
     int rc = initTrace();
     if (rc != STAPI_OK) {
-        fprintf(stderr, "stapi_rix_impl.stapiInit() Initialization of rixstats API trace has failed. rc=%d\n", rc);
+        tellNoTrace(rc);
         return rc;
     }
     rc = initGTL();
