@@ -1,5 +1,7 @@
 // Memory and locks that cannot be had: each single allocation of the library fails once.
 #include "faults.h"
+#include "stapi_rix_flowarea.h"
+#include "stapi_rix_resultsetbuffer.h"
 
 using namespace apitest;
 using namespace fault;
@@ -30,6 +32,27 @@ TEST(MemoryDeathTest, AllocationsForHighDescriptorsMayFailToo)
 TEST(MemoryDeathTest, LocksThatCannotBeMadeFailTheFirstCallAlone)
 {
     EXPECT_EQ("version -121, version -2", sweep(kIds, {"pthread_mutex_init", EAGAIN}));
+}
+
+// An area grows from the heap into pages, and then into more of them; one that cannot grow stays as it is.
+TEST(LargeAreas, WhosePagesCannotBeHadLeaveNothing)
+{
+    const long blocks = liveBlocks;
+    for (int nth = 1; nth <= 6; ++nth) {
+        injection = {"allocate", ENOMEM, 1, nth};
+        char *area = rixstats::newResultSetArea(3 << 20);
+        for (int grown = 6 << 20; area != nullptr && grown <= 12 << 20; grown *= 2)
+            if (char *const larger = rixstats::growResultSetArea(area, grown)) area = larger;
+        char *const copy = area != nullptr ? rixstats::copyResultSetArea(area) : nullptr;
+        char *const reply = rixstats::newReplyArea(8 << 20);
+        EXPECT_EQ(std::make_tuple(nth != 1, nth != 1 && nth != 4, nth != 5),
+                  std::make_tuple(area != nullptr, copy != nullptr, reply != nullptr));
+        for (char *const resultSet : {area, copy})
+            rixstats::freeResultSetArea(resultSet);
+        rixstats::freeFlowArea(reply);
+        EXPECT_EQ(blocks, liveBlocks) << nth;
+    }
+    injection = {};
 }
 
 } // namespace
