@@ -34,6 +34,31 @@ TEST(MemoryDeathTest, LocksThatCannotBeMadeFailTheFirstCallAlone)
     EXPECT_EQ("version -121, version -2", sweep(kIds, {"pthread_mutex_init", EAGAIN}));
 }
 
+using NoMemoryToTrace = GatewayTest;
+
+TEST_F(NoMemoryToTrace, ShortensLinesAndDumpsAndTellsOfIt)
+{
+    open();
+    ask(kStats);
+    const long blocks = liveBlocks;
+    const auto tracedWithout = [](int nth, const std::function<void()> &call) {
+        testing::internal::CaptureStderr();
+        injection = {"allocate", ENOMEM, 1, nth};
+        call();
+        injection = {};
+        return testing::internal::GetCapturedStderr();
+    };
+    EXPECT_THAT(tracedWithout(1, dumpState), testing::HasSubstr("\nThere is no memory to dump the Gateway Token List\n"
+                                                                "Total number of Gateway Token List entries=1\n"));
+    EXPECT_THAT(tracedWithout(2, dumpState),
+                testing::HasSubstr(std::string(80, '-') + "\nThere is no memory to dump the buffer\n---"));
+    EXPECT_EQ(STAPI_OK, setAPITraceLevel(1));
+    const std::string name(2000, '/');
+    const std::string line = tracedWithout(1, [&] { setAPITraceFile(name.c_str()); });
+    EXPECT_THAT(line, testing::EndsWith("///\n")); // and not with what stands behind the name
+    EXPECT_EQ(blocks, liveBlocks);
+}
+
 // An area grows from the heap into pages, and then into more of them; one that cannot grow stays as it is.
 TEST(LargeAreas, WhosePagesCannotBeHadLeaveNothing)
 {
