@@ -179,36 +179,7 @@ void startOutput()
     current = {false, false, 0};
 }
 
-// ---- Output
-
-void writeOutput(FILE *destination, const char *bytes, size_t length)
-{
-    const int descriptor = fileno(destination);
-    if (descriptor < 0) {
-        fwrite(bytes, 1, length, destination);
-        fflush(destination);
-        return;
-    }
-    struct stat status;
-    const mode_t kind = fstat(descriptor, &status) == 0 ? status.st_mode : 0;
-    size_t taken = 0;
-    if (current.missed == 0 || tellMissed(descriptor, kind)) taken = deliver(descriptor, kind, bytes, length);
-    current.missed += countLines(bytes + taken, length - taken);
-}
-
-void printOutput(FILE *destination, const char *format, ...)
-{
-    char text[2048];
-    va_list arguments;
-    va_start(arguments, format);
-    const int length = vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    if (length < 0) return;
-    const size_t size = static_cast<size_t>(length);
-    writeOutput(destination, text, size < sizeof text ? size : sizeof text - 1);
-}
-
-// ---- Opening
+// ---- Descriptors
 
 static void closeKeepingErrno(int descriptor)
 {
@@ -224,6 +195,51 @@ static int aboveStandardDescriptors(int descriptor)
     const int above = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     closeKeepingErrno(descriptor);
     return above;
+}
+
+// A terminal that nobody reads takes the beginning of a line and waits with the rest. To open it once more is the one way
+// to write without that wait, and without a change of what the program shares with others.
+static int openTerminalAgain(int descriptor)
+{
+    char name[32];
+    snprintf(name, sizeof name, "/proc/self/fd/%d", descriptor);
+    return aboveStandardDescriptors(open(name, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+}
+
+// ---- Output
+
+static void deliverOrCount(int descriptor, mode_t kind, const char *bytes, size_t length)
+{
+    size_t taken = 0;
+    if (current.missed == 0 || tellMissed(descriptor, kind)) taken = deliver(descriptor, kind, bytes, length);
+    current.missed += countLines(bytes + taken, length - taken);
+}
+
+void writeOutput(FILE *destination, const char *bytes, size_t length)
+{
+    const int descriptor = fileno(destination);
+    if (descriptor < 0) {
+        fwrite(bytes, 1, length, destination);
+        fflush(destination);
+        return;
+    }
+    struct stat status;
+    const mode_t kind = fstat(descriptor, &status) == 0 ? status.st_mode : 0;
+    const int terminal = S_ISCHR(kind) && isatty(descriptor) == 1 ? openTerminalAgain(descriptor) : -1;
+    deliverOrCount(terminal >= 0 ? terminal : descriptor, kind, bytes, length);
+    if (terminal >= 0) close(terminal);
+}
+
+void printOutput(FILE *destination, const char *format, ...)
+{
+    char text[2048];
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    if (length < 0) return;
+    const size_t size = static_cast<size_t>(length);
+    writeOutput(destination, text, size < sizeof text ? size : sizeof text - 1);
 }
 
 FILE *openOutput(const char *name)

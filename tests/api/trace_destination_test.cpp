@@ -140,6 +140,14 @@ TEST_F(TraceDestination, FullPipeHoldsNobodyAndIsToldWhatItMissed)
                   fillAndDrain(ends[0]);
                   return outcome();
               }));
+    EXPECT_EQ(0, inChild([] { // a terminal stops in the middle of a line
+                  const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+                  EXPECT_TRUE(grantpt(terminal) == 0 && unlockpt(terminal) == 0);
+                  becomeStandardError(::open(ptsname(terminal), O_RDWR | O_NOCTTY));
+                  EXPECT_EQ(STAPI_OK, setAPITraceLevel(1));
+                  traceLines(3000);
+                  return outcome();
+              }));
     const Descriptor reader(::open(fifo.c_str(), O_RDONLY | O_NONBLOCK));
     EXPECT_TRUE(setAPITraceLevel(1) == STAPI_OK && setAPITraceFile(fifo.c_str()) == STAPI_OK);
     fillAndDrain(reader.get());
