@@ -257,7 +257,8 @@ RIXSTATS_API int getIdQuery(RIX_ResultSetToken_t rsPtr, char **idQueryStringPtr)
 
 /*
  * Makes a copy of a result set that is the caller's own: later queries do not change it, it outlives its connection,
- * any thread may read it, and the caller releases it with freeResultSet(). The copy starts unread.
+ * any thread may read it, and the caller releases it with freeResultSet(). The copy starts unread, and takes as much
+ * memory as its answer needs.
  * Codes: STAPI_NULL_RESULT_SET_TOKEN, STAPI_NULL_RESULT_SET_PTR, STAPI_NO_RESULT_SET_BUFFER,
  * STAPI_UNRECOGNISED_CONTENT, STAPI_WRONG_PROCESS, STAPI_WRONG_THREAD, STAPI_NO_MEMORY. After STAPI_NO_MEMORY *tarRsPtr
  * is null, unchanged, or an empty copy: set it to null before the call, and free it afterwards if it is not null.
@@ -282,7 +283,8 @@ RIXSTATS_API int dumpResultSet(RIX_ResultSetToken_t rsPtr);
  *
  * The trace is off (level 0) until the caller turns it on. It goes to standard error until a file is set. Level 1
  * shows failures, 2 adds notable events, 3 entry and exit of every function, 4 internal steps and storage dumps of all
- * that is sent and received; 5 shows what 4 shows.
+ * that is sent and received; 5 shows what 4 shows. A destination that takes nothing is waited for a second at most, and
+ * loses lines; it is told how many when it takes something again. Writing to it raises no signal, whatever it is.
  */
 
 /* Stores the current trace level in *traceStatePtr. Codes: STAPI_NULL_OUTPUT_PTR. */
@@ -292,7 +294,8 @@ RIXSTATS_API int getAPITraceLevel(int *traceStatePtr);
 RIXSTATS_API int setAPITraceLevel(int traceState);
 
 /*
- * Appends the trace to a file from now on, created if missing; null goes back to standard error.
+ * Appends the trace to a file from now on, created if missing; null goes back to standard error. The call does not wait
+ * for the reader of a FIFO: one that nobody reads cannot be opened.
  *   traceFile  name of the file, shorter than 1,024 bytes; copied
  * Codes: STAPI_TRACE_FILE_OPEN_FAILED (the destination is unchanged).
  */
@@ -301,6 +304,7 @@ RIXSTATS_API int setAPITraceFile(const char *traceFile);
 /*
  * Writes the library's state (version, trace settings, every open connection with a dump of its result set) to the
  * trace destination, whatever the trace level. The result set of a connection on which a query is running is left out.
+ * Meanwhile other threads can open, use and close connections.
  */
 RIXSTATS_API int dumpState(void);
 

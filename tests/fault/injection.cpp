@@ -5,6 +5,7 @@
 
 #include <netdb.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -128,6 +129,33 @@ ALLOCATE(malloc, 0, (size_t size), (size))
 ALLOCATE(calloc, 0, (size_t count, size_t size), (count, size))
 ALLOCATE(realloc, block != nullptr, (void *block, size_t size), (block, size))
 RELEASE(free, void)
+
+// Of mappings those that replies and result sets are in count, which are large.
+constexpr size_t kLeastMapping = 1 << 20;
+
+void *__real_mmap(void *, size_t, int, int, int, off_t);
+void *__wrap_mmap(void *place, size_t size, int protection, int flags, int desc, off_t offset)
+{
+    if (size < kLeastMapping) return __real_mmap(place, size, protection, flags, desc, offset);
+    if (fails("allocate")) return MAP_FAILED;
+    void *const made = __real_mmap(place, size, protection, flags, desc, offset);
+    liveBlocks += made != MAP_FAILED;
+    return made;
+}
+
+void *__real_mremap(void *, size_t, size_t, int, ...);
+void *__wrap_mremap(void *block, size_t size, size_t newSize, int flags)
+{
+    return fails("allocate") ? MAP_FAILED : __real_mremap(block, size, newSize, flags);
+}
+
+int __real_munmap(void *, size_t);
+int __wrap_munmap(void *block, size_t size)
+{
+    liveBlocks -= size >= kLeastMapping;
+    return __real_munmap(block, size);
+}
+
 RELEASE(freeaddrinfo, addrinfo)
 
 } // extern "C"
