@@ -89,13 +89,6 @@ static void switchTo(FILE *stream, const char *name)
     traceHeaderWrite = 0;
 }
 
-typedef struct _SwitchResult
-{
-    int rc;
-    int fileErrno;
-    bool changed;
-} SwitchResult;
-
 // A name that is open already is opened again: that counts as a change.
 static FILE *openTraceFile(const char *traceFile)
 {
@@ -118,32 +111,32 @@ static int changeTraceFile(const char *traceFile)
 {
     // Opened before the lock is taken, which everybody who traces waits for.
     FILE *stream = traceFile != nullptr ? openTraceFile(traceFile) : nullptr;
-    SwitchResult result = {STAPI_OK, errno, stream != nullptr};
+    const int openErrno = errno;
+    const int rc = traceFile == nullptr || stream != nullptr ? STAPI_OK : STAPI_TRACE_FILE_OPEN_FAILED;
+    bool changed = stream != nullptr;
     requestLock(&traceLock);
-    if (traceFile == nullptr)
-        result.changed = switchToStandardError();
-    else if (stream != nullptr)
+    if (stream != nullptr)
         switchTo(stream, traceFile);
-    else
-        result.rc = STAPI_TRACE_FILE_OPEN_FAILED;
+    else if (traceFile == nullptr)
+        changed = switchToStandardError();
     if (currentLevel() > 0 && traceHeaderWrite == 0) {
         writeTraceHeader();
         traceHeaderWrite = 1;
     }
     releaseLock(&traceLock);
 
-    if (!traceOn(Line::exc)) return result.rc;
+    if (!traceOn(Line::exc)) return rc;
     TraceFileName name;
     readFileName(&name);
-    if (result.rc != STAPI_OK)
+    if (rc != STAPI_OK)
         EXC(1100,
             "API.setAPITraceFile(%s) file append failed with errno=%d. Trace file destination is unchanged. Filename=%s\n",
-            traceFile, result.fileErrno, name.text);
-    else if (result.changed)
+            traceFile, openErrno, name.text);
+    else if (changed)
         DEBUG(1098, "API.setAPITraceFile() Trace file switched to new destination. Filename=%s\n", name.text);
     else
         DEBUG(1099, "API.setAPITraceFile() Trace file destination is unchanged. Filename=%s\n", name.text);
-    return result.rc;
+    return rc;
 }
 
 int setAPITraceFile(const char *traceFile)

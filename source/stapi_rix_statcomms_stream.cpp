@@ -76,7 +76,7 @@ static inline void copyText(ScanCopy &copy, const Reader &in, const uint8_t *tex
 static void endCopy(char *area, const ScanCopy &copy)
 {
     memcpy(copy.cursor, &RESULT_SET_TERMINATOR, sizeof RESULT_SET_TERMINATOR);
-    setResultSetLength(area, static_cast<int>(copy.cursor - area + sizeof RESULT_SET_TERMINATOR));
+    setResultSetLength(area, static_cast<int>(copy.cursor - area) + static_cast<int>(sizeof RESULT_SET_TERMINATOR));
     const size_t behind = static_cast<size_t>(copy.end - copy.cursor) + RESULT_SET_SPARE;
     memset(copy.cursor + sizeof RESULT_SET_TERMINATOR, 0, behind < SHORT_TEXT ? behind : SHORT_TEXT);
 }
