@@ -41,6 +41,7 @@ enum RIX_ExtReturnCode
  *
  * - An opening or a query that runs out returns STAPI_TIME_LIMIT_REACHED. Its connection is closed, without a good-bye,
  *   and released as after STAPI_COMMS_FAILURE: the handle is refused from then on.
+ * - Where a call fails for another reason, telling the gateway good-bye is part of the call and of its time.
  * - A close that runs out has closed the connection all the same, and returns what it returns without a limit.
  *   closeAllGatewayConnections() as a whole ends within the limit, however many connections it closes.
  * - The name of a host is looked up by the system, which nothing can interrupt: the look-up counts towards the limit,
@@ -75,10 +76,11 @@ enum RIX_Step
     RIX_STEP_CLOSE = 9      /* closing connections */
 };
 
-/* In place of an errno: the gateway closed the connection instead of answering. */
+/* What stands in place of an errno where no system call failed. */
 enum RIX_SocketError
 {
-    RIX_PEER_CLOSED = -1
+    RIX_PEER_CLOSED = -1,     /* the gateway closed the connection before its answer was complete */
+    RIX_CLOSED_BY_THREAD = -2 /* another thread of the program closed the connection during the call */
 };
 
 /*
@@ -90,7 +92,7 @@ typedef struct _RIX_Failure_t
     int size;         /* in: sizeof(RIX_Failure_t), set by the caller; out: how many bytes were filled */
     int code;         /* the code that the call returned; STAPI_OK: no call of this thread has failed yet */
     int step;         /* RIX_STEP_...: what the call was doing */
-    int socketErrno;  /* errno of the system call that failed (ETIMEDOUT: the time limit), or RIX_PEER_CLOSED */
+    int socketErrno;  /* errno of the system call that failed (ETIMEDOUT: a time limit), or RIX_PEER_CLOSED ... */
     int resolverCode; /* getaddrinfo()'s code, for gai_strerror() */
     int gatewayRc;    /* the gateway's result in a reply's header, by which it refused the request */
     int authRc;       /* the gateway's refusal of the authorisation */

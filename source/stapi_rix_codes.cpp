@@ -12,6 +12,8 @@ typedef struct _CodeRow
 } CodeRow;
 
 // Name and number come from the enumerator, so that they cannot drift apart.
+static const char UNNAMED[] = "unknown";
+
 #define CODE(code, text) {code, #code, text}
 
 static const CodeRow codeRows[] = {
@@ -52,8 +54,8 @@ static const CodeRow codeRows[] = {
     CODE(STAPI_TIME_LIMIT_REACHED, "the call took longer than the thread's time limit; connection closed"),
     CODE(STAPI_BAD_TIME_LIMIT, "the time limit is negative"),
     CODE(STAPI_BAD_RECORD_SIZE, "the record's size field is smaller than its first two fields"),
-    // Told by the lock module when the list of connections cannot be set up; it has never had a name in the headers.
-    {-2, "-2", "no mutex was to be had for the list of connections"},
+    // Told by the lock module when the list of connections cannot be set up; it has never had a name.
+    {-2, UNNAMED, "no mutex was to be had for the list of connections"},
 };
 
 static const CodeRow *rowOf(int code)
@@ -66,7 +68,7 @@ static const CodeRow *rowOf(int code)
 const char *rixCodeName(int code)
 {
     const CodeRow *row = rowOf(code);
-    return row != nullptr ? row->name : "unknown";
+    return row != nullptr ? row->name : UNNAMED;
 }
 
 const char *rixCodeText(int code)

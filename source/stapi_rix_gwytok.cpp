@@ -231,10 +231,9 @@ enum class Farewell
 static void endSocket(Internal_GatewayToken_t *token, Farewell farewell)
 {
     if (token->socketDescriptor < 0) return;
-    // In a child the socket is the parent's, too, who goes on to speak on it.
-    const bool inherited = ownershipOf(token->owningPid, token->owningTid) == STAPI_WRONG_PROCESS;
-    const int closeRc = farewell == Farewell::closeFlow && !inherited ? closeConnection(&token->socketDescriptor)
-                                                                      : close(token->socketDescriptor);
+    // What is inherited belongs to the parent process, too, which goes on to speak on it.
+    const bool speaks = farewell == Farewell::closeFlow && !isInherited(token);
+    const int closeRc = speaks ? closeConnection(&token->socketDescriptor) : close(token->socketDescriptor);
     token->connStatus = closeRc != 0 ? 3 : 4;
 }
 
@@ -242,9 +241,9 @@ static void endSocket(Internal_GatewayToken_t *token, Farewell farewell)
 // named in the trace and not touched.
 static void releaseToken(Internal_GatewayToken_t *token, const RIX_GatewayToken_t *gwTokPtr, Farewell farewell)
 {
+    const RIX_Failure_t reason = callState.present; // why it ends, if it does by a failure; not what comes of the close
     endSocket(token, farewell);
-    if (*token->connRSPtr->validatedQueryPtr != '\0')
-        token->goneQueryText = addressNumber(token->connRSPtr->validatedQueryPtr);
+    callState.present = reason;
     const int deleteRc = deleteResultSet(&token->connRSPtr);
     if (deleteRc != STAPI_OK)
         EXC(2037, "stapi_rix_gwytok.deleteGatewayToken Unable to delete ResultSet. rc=%d\n", deleteRc);
@@ -301,6 +300,14 @@ int deleteGatewayToken(RIX_GatewayToken_t *gwTokPtr, int lockRequired)
     return rc;
 }
 
+// Whether a gateway is taken leave of when a call has failed. Without a time limit one always is, also if the connect
+// came to nothing: the socket refuses to send then. Within a limit such a socket would be waited for.
+static Farewell farewellAfterFailure()
+{
+    const bool connected = callState.present.step > RIX_STEP_CONNECT;
+    return callState.limitReached || (hasDeadline() && !connected) ? Farewell::none : Farewell::closeFlow;
+}
+
 // Shows itself in the trace as the deletion that it is.
 int removeGatewayTokenInUse(RIX_GatewayToken_t *gwTokPtr)
 {
@@ -312,7 +319,8 @@ int removeGatewayTokenInUse(RIX_GatewayToken_t *gwTokPtr)
         wasOrphaned = takeBack(token);
     }
     *gwTokPtr = nullptr;
-    releaseToken(token, gwTokPtr, wasOrphaned || callState.limitReached ? Farewell::none : Farewell::closeFlow);
+    if (wasOrphaned) noteErrno(RIX_CLOSED_BY_THREAD);
+    releaseToken(token, gwTokPtr, wasOrphaned ? Farewell::none : farewellAfterFailure());
     EXIT(2012, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p,lockRequired=%d) rc=%d\n", ptr(gwTokPtr), 1, STAPI_OK);
     return wasOrphaned ? STAPI_COMMS_FAILURE : STAPI_OK;
 }
@@ -326,21 +334,17 @@ static void traceEntry(const Internal_GatewayToken_t *indexToken, int count)
           formattedToken);
 }
 
-// Takes up to GTL_WALK_LIMIT tokens off the list and returns those that the calling thread has to release, chained.
-// *count: of those that others have to release, whose lines in the trace have been written.
-static Internal_GatewayToken_t *takeAllListed(int *count)
+// Takes up to GTL_WALK_LIMIT tokens off the list; returns how many. taken: those that the calling thread has to release,
+// each in its place on the list; null for one that another thread has to.
+static int takeAllListed(Internal_GatewayToken_t **taken)
 {
-    Internal_GatewayToken_t *taken = nullptr;
-    Internal_GatewayToken_t **end = &taken;
-    for (int step = 0; gtListHeadPtr != nullptr && step < GTL_WALK_LIMIT; step++) {
+    int count = 0;
+    while (gtListHeadPtr != nullptr && count < GTL_WALK_LIMIT) {
         Internal_GatewayToken_t *const token = gtListHeadPtr;
-        if (isBusyElsewhere(token)) traceEntry(token, ++*count); // before its owner is woken, who releases it
-        if (!takeOffList(token, nullptr)) continue;
-        *end = token;
-        end = &token->nextGwyTokPtr;
+        if (isBusyElsewhere(token)) traceEntry(token, count + 1); // before its owner is woken, who releases it
+        taken[count++] = takeOffList(token, nullptr) ? token : nullptr;
     }
-    *end = nullptr;
-    return taken;
+    return count;
 }
 
 int deleteGatewayTokens()
@@ -348,22 +352,21 @@ int deleteGatewayTokens()
     ENTRY(2013, "stapi_rix_gwytok.deleteGatewayTokens()\n");
     noteStep(RIX_STEP_CLOSE);
     int rc = 0;
-    int count = 0;
-    Internal_GatewayToken_t *taken = nullptr;
+    int count;
+    Internal_GatewayToken_t *taken[GTL_WALK_LIMIT];
     {
         const Locked list(gtlLock);
         if (gtListHeadPtr == nullptr) {
             EVENT(2035, "stapi_rix_gwytok.deleteGatewayTokens() GTL is EMPTY\n");
             rc = GTL_EMPTY;
         }
-        taken = takeAllListed(&count);
+        count = takeAllListed(taken);
     }
     // All are refused from here on. The gateways are taken leave of one after another; who is slow delays nobody else.
-    while (taken != nullptr) {
-        Internal_GatewayToken_t *indexToken = taken;
-        taken = indexToken->nextGwyTokPtr;
-        traceEntry(indexToken, ++count);
-        deleteGatewayToken(&indexToken, 0);
+    for (int i = 0; i < count; i++) {
+        if (taken[i] == nullptr) continue;
+        traceEntry(taken[i], i + 1);
+        deleteGatewayToken(&taken[i], 0);
     }
     if (count == GTL_WALK_LIMIT) { // also when that many were all there were
         EXC(2014, "stapi_rix_gwytok.deleteGatewayTokens() GTL iteration has hit RUNAWAY limit %d.....\n", count);

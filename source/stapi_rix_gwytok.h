@@ -29,7 +29,7 @@ constexpr int GTL_WALK_LIMIT = 256;
 extern Internal_GatewayToken_t *gtListHeadPtr;
 extern Internal_GatewayToken_t *gtListTailPtr; // meaningless while the list is empty
 extern stapilock gtlLock;
-extern int gtlRestingCount; // of ended tokens whose addresses are kept out of use
+extern int gtlRestingCount; // of ended tokens, for tests that count what is left in memory
 #pragma GCC visibility pop
 
 int initGTL(); // result of initializeLock()
@@ -75,6 +75,9 @@ void unchainGatewayToken(const Internal_GatewayToken_t *token, Internal_GatewayT
 
 // ---- The life of a token, with gtlLock held unless it is said otherwise.
 
+// Whether a process that this one was forked from opened the connection.
+bool isInherited(const Internal_GatewayToken_t *token);
+
 // Whether a thread of this process other than the calling one has the token in use.
 bool isBusyElsewhere(const Internal_GatewayToken_t *token);
 
@@ -95,8 +98,9 @@ bool takeBack(Internal_GatewayToken_t *token);
 // Ends a token whose parts have been released. Takes gtlLock.
 void restToken(Internal_GatewayToken_t *token);
 
-// Whether the text stood in memory that getIdQuery() handed out and that went with its connection. Takes gtlLock.
-bool isGoneQueryText(const char *text);
+// A copy of a text that a caller gave, by malloc(); null if it is null, or was handed out by getIdQuery() and went with
+// its connection: then it must not be read. Takes gtlLock.
+char *copyUnlessGone(const char *text);
 
 } // namespace rixstats
 

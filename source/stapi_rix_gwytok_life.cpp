@@ -13,7 +13,8 @@
 //                                                 resting
 //
 // Whoever brings a token to closing releases what it holds. That is the owner alone while the token is busy or
-// orphaned: the owner may be inside a system call on its socket, and reads its buffers without a lock.
+// orphaned: the owner may be inside a system call on its socket, and reads its buffers without a lock. In a forked
+// child, what a thread of the parent had in use is in nobody's use: any thread may take it off.
 #include "stapi_rix_diag.h"
 #include "stapi_rix_gwycon.h"
 #include "stapi_rix_gwytok.h"
@@ -24,9 +25,15 @@
 
 namespace rixstats {
 
+constexpr int RESTING_TOKENS = 2048; // ended ones whose handles, and whose texts' places, are remembered
+
+bool isInherited(const Internal_GatewayToken_t *token)
+{
+    return ownershipOf(token->owningPid, token->owningTid) == STAPI_WRONG_PROCESS;
+}
+
 bool isBusyElsewhere(const Internal_GatewayToken_t *token)
 {
-    // One that was busy when this process was forked belongs to a thread of the parent.
     return token->state == TokenState::busy &&
            ownershipOf(token->owningPid, token->owningTid) == STAPI_WRONG_THREAD;
 }
@@ -44,8 +51,8 @@ int endGatewayTokenUse(Internal_GatewayToken_t *token)
     return STAPI_OK;
 }
 
-// Of a token that a thread of the parent process had in use at the fork: what that thread was changing cannot be told
-// whole from half done, and is not touched in the child.
+// What a thread of the parent process was changing at the fork cannot be told whole from half done: the child leaves it
+// alone.
 static void forgetWhatMoves(Internal_GatewayToken_t *token)
 {
     token->resultSetBuf = nullptr;
@@ -53,16 +60,50 @@ static void forgetWhatMoves(Internal_GatewayToken_t *token)
     token->connRSPtr->queryString = nullptr;
 }
 
+// ---- Texts that getIdQuery() handed out, and that went with their connections. A program may still hold one.
+
+typedef struct _GoneText
+{
+    const char *start;
+    size_t size;
+} GoneText;
+
+static GoneText goneTexts[RESTING_TOKENS]; // the latest ones
+static size_t goneTextCount = 0;           // of all there ever were
+
+// Before anything of the token is released.
+static void noteGoneText(const Internal_GatewayToken_t *token)
+{
+    const char *text = token->connRSPtr->validatedQueryPtr;
+    const size_t length = strnlen(text, QUERY_TEXT_SIZE);
+    if (length > 0) goneTexts[goneTextCount++ % RESTING_TOKENS] = {text, length + 1};
+}
+
+static bool isGone(const char *text)
+{
+    for (const GoneText &gone : goneTexts)
+        if (addressNumber(text) - addressNumber(gone.start) < gone.size) return true;
+    return false;
+}
+
+char *copyUnlessGone(const char *text)
+{
+    const Locked list(gtlLock);
+    return text == nullptr || isGone(text) ? nullptr : strdup(text);
+}
+
+// ---- Off the list
+
 bool takeOffList(Internal_GatewayToken_t *token, Internal_GatewayToken_t *parentToken)
 {
     unchainGatewayToken(token, parentToken);
+    noteGoneText(token);
     if (isBusyElsewhere(token)) {
         token->state = TokenState::orphaned;
         shutSocket(&token->socketDescriptor); // wakes the owner, which needs gtlLock to close it
         return false;
     }
-    const bool inherited = ownershipOf(token->owningPid, token->owningTid) == STAPI_WRONG_PROCESS;
-    if (inherited && token->state == TokenState::busy) forgetWhatMoves(token);
+    if (token->state == TokenState::busy && isInherited(token)) forgetWhatMoves(token);
     token->state = TokenState::closing;
     return true;
 }
@@ -83,6 +124,7 @@ bool takeBack(Internal_GatewayToken_t *token)
         Internal_GatewayToken_t *parentToken = nullptr;
         if (findGatewayToken(token, &parentToken) != GTL_FOUND) parentToken = parentAnywhere(token);
         unchainGatewayToken(token, parentToken);
+        noteGoneText(token);
     }
     token->state = TokenState::closing;
     return wasOrphaned;
@@ -90,8 +132,6 @@ bool takeBack(Internal_GatewayToken_t *token)
 
 // ---- Rest. The memory of an ended token would go to the next connection, and with it the handle that a caller may
 // still hold. So the latest ones are kept, in the order of their ends.
-
-constexpr int RESTING_TOKENS = 2048;
 
 static Internal_GatewayToken_t *restingHead = nullptr;
 static Internal_GatewayToken_t *restingTail = nullptr;
@@ -111,23 +151,14 @@ static Internal_GatewayToken_t *appendResting(Internal_GatewayToken_t *token)
 
 void restToken(Internal_GatewayToken_t *token)
 {
-    token->state = TokenState::resting;
-    token->nextGwyTokPtr = nullptr;
     Internal_GatewayToken_t *rested;
     {
         const Locked list(gtlLock);
+        token->state = TokenState::resting;
+        token->nextGwyTokPtr = nullptr;
         rested = appendResting(token);
     }
     free(rested);
-}
-
-bool isGoneQueryText(const char *text)
-{
-    const uintptr_t address = addressNumber(text);
-    const Locked list(gtlLock);
-    for (const Internal_GatewayToken_t *token = restingHead; token != nullptr; token = token->nextGwyTokPtr)
-        if (address - token->goneQueryText < QUERY_TEXT_SIZE) return true;
-    return false;
 }
 
 } // namespace rixstats

@@ -21,20 +21,37 @@ char stapiVersion[32000];
 std::atomic<int> stapiState{0};
 static pthread_mutex_t initMutex = PTHREAD_MUTEX_INITIALIZER;
 
-// A child that is forked while another thread holds one of the library's locks would never get it. So the thread that
-// forks takes them all, in their order, and gives them back on both sides.
+// ---- Forks. A child that is forked while another thread holds one of the library's locks would never get it. So the
+// thread that forks takes them all, in their order, and gives them back on both sides.
+
+static __thread bool forkTakesLocks __attribute__((tls_model("initial-exec")));
+
+static bool isReady(const stapilock *lock)
+{
+    return isLockInitialized(lock) == LOCK_INITIALIZED;
+}
+
 static void beforeFork()
 {
+    forkTakesLocks = locksTaken == 0; // else it forks in a signal handler that came upon it inside a call
+    if (!forkTakesLocks) return;
     pthread_mutex_lock(&initMutex);
-    requestLock(&gtlLock);
-    requestLock(&traceLock);
+    if (isReady(&gtlLock)) requestLock(&gtlLock);
+    if (isReady(&traceLock)) requestLock(&traceLock);
 }
 
 static void afterFork()
 {
-    releaseLock(&traceLock);
-    releaseLock(&gtlLock);
+    if (!forkTakesLocks) return;
+    if (isReady(&traceLock)) releaseLock(&traceLock);
+    if (isReady(&gtlLock)) releaseLock(&gtlLock);
     pthread_mutex_unlock(&initMutex);
+}
+
+// As the library is loaded: handlers that a program registers later run before these at a fork, and may call it.
+static __attribute__((constructor)) void watchForks()
+{
+    pthread_atfork(beforeFork, afterFork, afterFork); // which fails without memory, before the program has begun
 }
 
 // There is no lock yet; initialisation has one of its own.
@@ -60,7 +77,6 @@ static int initialise()
             rc);
         return rc;
     }
-    if (pthread_atfork(beforeFork, afterFork, afterFork) != 0) return STAPI_NO_MEMORY;
     memcpy(stapiVersion, API_VERSION, sizeof API_VERSION);
     statAPITrace.store(0, std::memory_order_relaxed);
     return STAPI_OK;
@@ -69,12 +85,14 @@ static int initialise()
 int initialiseOnce()
 {
     int rc = STAPI_OK;
+    locksTaken = locksTaken + 1;
     pthread_mutex_lock(&initMutex);
     if (stapiState.load(std::memory_order_relaxed) == 0) {
         rc = initialise();
         if (rc == STAPI_OK) stapiState.store(1, std::memory_order_release);
     }
     pthread_mutex_unlock(&initMutex);
+    locksTaken = locksTaken - 1;
     return rc;
 }
 

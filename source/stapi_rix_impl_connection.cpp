@@ -10,17 +10,6 @@ using namespace rixstats;
 
 static const char LOCAL_HOST[] = "127.0.0.1";
 
-int openGatewayConnection(int port, RIX_GatewayToken_t *gwTokPtr, char **protocolVersionPtr)
-{
-    const GatewayCall call;
-    stapiInit(); // as every call does; its result is honoured by the call below
-    ENTRY(1000, "API.openGatewayConnection(port=%d, &gwTokPtr=0x%p, &protoColVersion=0x%p\n", port, ptr(gwTokPtr),
-          ptr(protocolVersionPtr));
-    const int rc = openRemoteGatewayConnection(LOCAL_HOST, port, gwTokPtr, protocolVersionPtr);
-    EXIT(1003, "API.openGatewayConnection(port=%d) rc=%d\n", port, rc);
-    return call.end(rc);
-}
-
 // Gives the caller a copy of the version text and keeps the same copy in the token, which releases it.
 static int handOutVersion(Internal_GatewayToken_t *token, char **protocolVersionPtr)
 {
@@ -51,9 +40,9 @@ static int finishOpening(RIX_GatewayToken_t *gwTokPtr, char **protocolVersionPtr
     return rc;
 }
 
-int openRemoteGatewayConnection(const char *hostname, int port, RIX_GatewayToken_t *gwTokPtr, char **protocolVersionPtr)
+// An opening without its frame.
+static int openRemote(const char *hostname, int port, RIX_GatewayToken_t *gwTokPtr, char **protocolVersionPtr)
 {
-    const GatewayCall call;
     int rc = stapiInit();
     ENTRY(1142, "API.openRemoteGatewayConnection(hostname=%s, port=%d, &gwTokPtr=0x%p, &protoColVersion=0x%p\n",
           textOrNull(hostname), port, ptr(gwTokPtr), ptr(protocolVersionPtr));
@@ -69,6 +58,23 @@ int openRemoteGatewayConnection(const char *hostname, int port, RIX_GatewayToken
         *gwTokPtr = token;
     }
     EXIT(1003, "API.openRemoteGatewayConnection(port=%d) rc=%d\n", port, rc);
+    return rc;
+}
+
+int openRemoteGatewayConnection(const char *hostname, int port, RIX_GatewayToken_t *gwTokPtr, char **protocolVersionPtr)
+{
+    const GatewayCall call;
+    return call.end(openRemote(hostname, port, gwTokPtr, protocolVersionPtr));
+}
+
+int openGatewayConnection(int port, RIX_GatewayToken_t *gwTokPtr, char **protocolVersionPtr)
+{
+    const GatewayCall call;
+    stapiInit(); // as every call does; its result is honoured below
+    ENTRY(1000, "API.openGatewayConnection(port=%d, &gwTokPtr=0x%p, &protoColVersion=0x%p\n", port, ptr(gwTokPtr),
+          ptr(protocolVersionPtr));
+    const int rc = openRemote(LOCAL_HOST, port, gwTokPtr, protocolVersionPtr);
+    EXIT(1003, "API.openGatewayConnection(port=%d) rc=%d\n", port, rc);
     return call.end(rc);
 }
 

@@ -124,13 +124,6 @@ int getResourceGroupIds(RIX_GatewayToken_t gwTok, RIX_ResultSetToken_t *resGrpId
     return call.end(rc);
 }
 
-// The text of a query for the call's last line: the copy made in use, else what the caller gave. The text of a
-// getIdQuery() that went with its connection can no longer be read.
-static const char *shownText(const char *copy, const char *given)
-{
-    return copy != nullptr || isGoneQueryText(given) ? copy : given;
-}
-
 int getStatIdsByStatGroupId(RIX_GatewayToken_t gwTok, const char *providerIdsPtr, RIX_ResultSetToken_t *statIdRSPtr)
 {
     const GatewayCall call;
@@ -143,8 +136,9 @@ int getStatIdsByStatGroupId(RIX_GatewayToken_t gwTok, const char *providerIdsPtr
                            {providerIdsPtr, STAPI_NULL_QUERY_STRING},
                            {statIdRSPtr, STAPI_NULL_RESULT_SET_PTR}});
     if (rc == STAPI_OK) rc = runQuery(STAT_IDS_BY_GROUP, &gwTok, providerIdsPtr, statIdRSPtr, &query);
+    if (query == nullptr && traceOn(Line::exit)) query = copyUnlessGone(providerIdsPtr);
     EXIT(1019, "API.getStatIdsByStatGroupId(gwTok=%p,query=%s,rs=%p) rc=%d\n", ptr(gwTok),
-         textOrNull(shownText(query, providerIdsPtr)), ptr(statIdRSPtr), rc);
+         textOrNull(query), ptr(statIdRSPtr), rc);
     free(query);
     return call.end(rc);
 }

@@ -7,6 +7,8 @@
 
 namespace rixstats {
 
+__thread volatile int locksTaken __attribute__((tls_model("initial-exec")));
+
 int initializeLock(stapilock *lockPtr)
 {
     if (lockPtr->initialized == LOCK_INITIALIZED) return 1;
@@ -26,8 +28,10 @@ int requestLock(stapilock *lockPtr)
         EXC_UNLOCKED(3104, "stapi_rix_lock.requestLock(lockPtr=%p) Lock not initialized\n", ptr(lockPtr));
         return -1;
     }
+    locksTaken = locksTaken + 1;
     if (pthread_mutex_lock(&lockPtr->lock) != 0) {
         const int savedErrno = errno;
+        locksTaken = locksTaken - 1;
         EXC_UNLOCKED(3105, "stapi_rix_lock.requestLock(lockPtr=%p) Lock request failed errno=%d\n", ptr(lockPtr),
                      savedErrno);
         return -4;
@@ -47,6 +51,7 @@ int releaseLock(stapilock *lockPtr)
                      savedErrno);
         return -5;
     }
+    locksTaken = locksTaken - 1;
     return 0;
 }
 

@@ -24,6 +24,11 @@ int releaseLock(stapilock *lockPtr);             // 0, -1 not initialised, -5 un
 int isLockInitialized(const stapilock *lockPtr); // the raw marker
 int destroyLock(stapilock *lockPtr);             // 0, -1 not initialised, -4 destroy call failed
 
+// How many of the library's locks the calling thread holds or is about to take; read in signal handlers of the thread.
+#pragma GCC visibility push(hidden)
+extern __thread volatile int locksTaken __attribute__((tls_model("initial-exec")));
+#pragma GCC visibility pop
+
 // Holds a lock from here to the end of the block.
 class Locked
 {

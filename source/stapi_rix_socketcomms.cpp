@@ -85,12 +85,13 @@ static bool waitForSocket(int socketDesc, short events)
 
 static ssize_t receive(int socketDesc, char *buffer, int size)
 {
+    const int flags = hasDeadline() ? MSG_DONTWAIT : 0;
     ssize_t got;
     do {
         if (!waitForSocket(socketDesc, POLLIN)) return -1;
         errno = 0; // an orderly close sets none, and an older error must not pass for its reason
-        got = recv(socketDesc, buffer, static_cast<size_t>(size), 0);
-    } while (got < 0 && errno == EINTR);
+        got = recv(socketDesc, buffer, static_cast<size_t>(size), flags);
+    } while (got < 0 && (errno == EINTR || (flags != 0 && errno == EAGAIN)));
     return got;
 }
 
@@ -116,6 +117,7 @@ int readFromSocket(int socketDesc, int dataSize, char *dataBuf, int *received)
             EXC(3242, "stapi_rix_socketcomms.readFromSocket read returned an error code: errno=%d\n", rc);
         }
     }
+    if (rc == 0 && *received < dataSize) noteErrno(RIX_PEER_CLOSED); // in case the rest is missed
     if (*received > 0) DATA(3243, "stapi_rix_socketcomms.readFromSocket", dataBuf, *received, 0, 1);
     EXIT(3245, "stapi_rix_socketcomms.readFromSocket(socketDesc=%d, dataSize=%d, dataBuf=%p) rc=%d\n", socketDesc,
          dataSize, ptr(dataBuf), rc);

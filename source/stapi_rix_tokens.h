@@ -65,7 +65,6 @@ typedef struct _Internal_GatewayToken_t
     char *protocolVersion;
     struct _Internal_GatewayToken_t *nextGwyTokPtr;
     TokenState state;
-    uintptr_t goneQueryText; // of a resting one: where the text that getIdQuery() handed out stood
 } Internal_GatewayToken_t;
 
 // The read position may be dumped by another thread while the owning one walks on.

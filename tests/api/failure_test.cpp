@@ -81,7 +81,7 @@ TEST_F(FailureTest, AQueryTellsWhyItFailed)
     expectQueryFails(refusal(6, 7), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, 0, 0, 7, 0, 0});
     expectQueryFails(refusal(7, 0, 9), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, 0, 0, 0, 0, 9});
     expectQueryFails(dropInside(7, 0), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, RIX_PEER_CLOSED, 0, 0, 0, 0});
-    expectQueryFails(dropInside(7, 60), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_PARSE, 0, 0, 0, 0, 0});
+    expectQueryFails(dropInside(7, 60), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_PARSE, RIX_PEER_CLOSED, 0, 0, 0, 0});
 }
 
 TEST_F(FailureTest, RefusedCallsCountAndSuccessesAndTheEndOfAWalkDoNot)
