@@ -62,8 +62,9 @@ def run(*command, **options):
 
 class Wrapper(unittest.TestCase):
     def test_with_and_without_exceptions(self):
+        scenario = "connection 2 query 1 exception\nconnection 4 query 1 delay 60s\nconnection 5 flow 6 delay 60s\n"
         for program in WRAPPERS:
-            with Simulator(catalogue=CATALOGUE, scenario="connection 2 query 1 exception\n") as gateway:
+            with Simulator(catalogue=CATALOGUE, scenario=scenario) as gateway:
                 result = run(program, gateway.port)
             self.assertEqual((0, "", ""), (result.returncode, result.stderr, gateway.complaints))
 
@@ -172,22 +173,22 @@ class Binding(unittest.TestCase):
     def test_closing_all_does_not_take_an_answer_from_its_reader(self):
         program = """if True:
             import threading, time
-            ends = []
+            make, reading, answers = rixstats._statistic, threading.Event(), []
+            def slowly(element, data):
+                if not reading.is_set():
+                    reading.set()
+                    time.sleep(0.5)
+                return make(element, data)
+            rixstats._statistic = slowly
             def read():
-                try:
-                    with rixstats.Connection("127.0.0.1", port) as connection:
-                        while True:
-                            connection.statistics()
-                except rixstats.Error as error:
-                    ends.append(error)
-            threads = [threading.Thread(target=read) for _ in range(40)]
-            for thread in threads:
-                thread.start()
-                time.sleep(0.05)
-                rixstats.close_all()
-            while len(ends) < 40:
-                time.sleep(0.01)
-                rixstats.close_all()
+                with rixstats.Connection("127.0.0.1", port) as connection:
+                    answers.append(connection.statistics())
+            reader = threading.Thread(target=read)
+            reader.start()
+            reading.wait(20)
+            rixstats.close_all()
+            reader.join(20)
+            assert len(answers[0]) == 1000
         """
         catalogue = "group G\n" + "".join(f"text S{number} {'x' * 1000}\n" for number in range(1000))
         with Simulator(catalogue=catalogue) as gateway:

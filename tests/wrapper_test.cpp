@@ -6,8 +6,10 @@
 #include <rixstats.hpp>
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -127,6 +129,24 @@ void failuresAreTold(rixstats::connection &gateway, int port)
     CHECK(!other.is_open() && gateway.is_open() && !gateway.statistics().status());
 }
 
+// The fourth connection of the scenario is silent when it is asked, the fifth one when it is told good-bye.
+void silentGatewayHoldsNobodyUp(int port)
+{
+    using std::chrono::milliseconds;
+    rixstats::connection gateway;
+    CHECK(gateway.time_limit(milliseconds(-1)) == STAPI_BAD_TIME_LIMIT && gateway.time_limit() == milliseconds(0));
+    CHECK(!gateway.time_limit(std::chrono::hours(1000)) && !gateway.open(port));
+    CHECK(!gateway.time_limit(milliseconds(200)));
+    const std::error_code failure = gateway.statistics().status();
+    CHECK(failure == std::errc::timed_out && failure == STAPI_TIME_LIMIT_REACHED && !gateway.is_open());
+    CHECK(rixstats::last_failure().step == RIX_STEP_QUERY);
+    rixstats::connection left;
+    CHECK(!left.open(port));
+    left = rixstats::connection(); // does not wait, as the alarm would tell
+    int limit = -1;
+    CHECK(rixGetTimeLimit(&limit) == STAPI_OK && limit == 0);
+}
+
 void childLeavesTheConnectionAlone(rixstats::connection &gateway)
 {
     const pid_t child = fork();
@@ -159,6 +179,7 @@ int main(int, char **argv)
     answersAreRanges(gateway);
     copiesLiveOn(gateway);
     failuresAreTold(gateway, port);
+    silentGatewayHoldsNobodyUp(port);
     childLeavesTheConnectionAlone(gateway);
     return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
