@@ -272,6 +272,23 @@ class Programs(unittest.TestCase):
         self.assertIn(f"127.0.0.1:{one.port}: 3 statistics (Requests 2, Empty 0, Workers 1)\n", asked.stdout)
         self.assertRegex(asked.stdout, r":1: .*STAPI_CONNECTION_REFUSED")
 
+    def test_long_running_goes_on_when_gateways_do_not(self):
+        programs = [[BUILD / "examples/long_running"], [BUILD / "examples/long_running_cpp"]]
+        if not SANITIZED:
+            programs.append([sys.executable, SOURCE / "examples/long_running.py"])
+        for program in programs:
+            with Simulator(scenario="connection 1 query 2 delay 60s\n") as silent, Simulator() as gateway:
+                ports = [silent.port, gateway.port, "1"]
+                watched = run(*program, "Requests_Received", "0.2", "5", *(f"127.0.0.1:{port}" for port in ports))
+                after = [re.findall(rf":{port}: (.*)", watched.stdout) for port in ports]
+            self.assertEqual((0, ""), (watched.returncode, watched.stderr))
+            for lines, kinds in zip(after, ("=L=/", "=////", "RR")):
+                patterns = {"=": r"Requests_Received = \d+", "/": r"Requests_Received \d+\.\d+/s",
+                            "L": ".*STAPI_TIME_LIMIT_REACHED", "R": ".*STAPI_CONNECTION_REFUSED"}
+                self.assertEqual(len(kinds), len(lines), watched.stdout)
+                for kind, line in zip(kinds, lines):
+                    self.assertRegex(line, patterns[kind], watched.stdout)
+
     def test_failing_gateway_meets_the_example_scenario(self):
         with Simulator(scenario=(SOURCE / "tools/simulator/example.scenario").read_text()) as gateway:
             asked = run(BUILD / "examples/failing_gateway", "127.0.0.1", gateway.port, "6")
