@@ -485,16 +485,16 @@ public:
     }
     std::chrono::milliseconds time_limit() const noexcept { return std::chrono::milliseconds(limit); }
 
-    // Closes what is open and opens a connection that belongs to the calling thread.
+    // Leaves what is open, as the end of the object does, and opens a connection that belongs to the calling thread.
     [[nodiscard]] std::error_code open(text host, int port) noexcept
     {
-        close();
+        leave();
         const detail::scoped_time_limit limited(limit);
         return error(openRemoteGatewayConnection(host.c_str(), port, &current.token, &current.version));
     }
     [[nodiscard]] std::error_code open(int port) noexcept // on this host
     {
-        close();
+        leave();
         const detail::scoped_time_limit limited(limit);
         return error(openGatewayConnection(port, &current.token, &current.version));
     }

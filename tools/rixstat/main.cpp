@@ -28,12 +28,19 @@ static int run(const CommandLine &line)
     }
     hearSignals();
     startTrace(settings);
-    const ExitStatus status = line.command->run({line.command->name, line.command->plan, settings});
-    const bool traces = settings.traceLevel > 0 || line.command->plan == nullptr; // a dump goes there, too
-    const std::string problem = traces ? problemOfTraceFile(settings) : std::string();
-    if (problem.empty()) return status;
-    complain(printable(problem));
-    return status == exitGood ? exitFailed : status;
+    const auto lostTrace = [&] {
+        const bool traces = settings.traceLevel > 0 || line.command->plan == nullptr; // a dump goes there, too
+        const std::string problem = traces ? problemOfTraceFile(settings) : std::string();
+        if (!problem.empty()) complain(printable(problem));
+        return !problem.empty();
+    };
+    try {
+        const ExitStatus status = line.command->run({line.command->name, line.command->plan, settings});
+        return lostTrace() && status == exitGood ? exitFailed : status;
+    } catch (...) {
+        lostTrace();
+        throw;
+    }
 }
 
 // Every failure of the viewer ends here, as one line on standard error.
