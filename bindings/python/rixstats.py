@@ -12,10 +12,10 @@ query is no failure of the call: iteration gives the items that there are, and t
 of the query have none.
 
 Waiting. Without a timeout a call waits as long as the gateway takes. With one it raises TimedOut, which is a
-TimeoutError, and the connection is closed. Ctrl-C, and any other signal handler that raises, ends a waiting call at
-once, and its connection with it. Only the look-up of a host name goes on behind the scenes until the system is done. A
-connection that is left behind, by `del` or by the end of the program, says good-bye and does not wait for an answer;
-close() and the end of a `with` do.
+TimeoutError, and the connection is closed; only the look-up of a host name may take longer. Ctrl-C, and any other
+signal handler that raises, ends a waiting call at once, and its connection with it (an opening goes on behind the
+scenes until the gateway answers, and is closed then). A connection that is left behind, by `del` or by the end of the
+program, says good-bye and does not wait for an answer; close() and the end of a `with` do.
 
 Threads. Each connection has a thread of its own that makes its calls, since the library binds a connection to the
 thread that opened it, and Python hears signals only while its main thread is not inside the library. So any thread may
@@ -359,8 +359,8 @@ def _leave(handle: Optional[int]) -> None:
     library.rixSetTimeLimit(limit)
 
 
-_Outcome = queue.SimpleQueue  # takes one pair, what the work gave and the failure that ended it
-_Jobs = queue.SimpleQueue  # of time limit, work and _Outcome; None ends the thread
+_Outcome = queue.SimpleQueue[Any]  # takes one pair, what the work gave and the failure that ended it
+_Jobs = queue.SimpleQueue[Any]  # of time limit, work and _Outcome; None ends the thread
 
 
 def _serve(jobs: _Jobs) -> None:
