@@ -25,22 +25,22 @@ class Parser
 {
 public:
     Parser(const char *module, const Load &load)
-        : parse(loadLibrary(module).parse), identifiers(load.query == Query::ids), reply(callDataOf(load)),
-          area(static_cast<char *>(std::calloc(1, static_cast<std::size_t>(areaSize) + RESULT_SET_SPARE)))
+        : library(loadLibrary(module)), identifiers(load.query == Query::ids), reply(callDataOf(load)),
+          area(library.newArea(areaSize))
     {
     }
-    ~Parser() { std::free(area); }
+    ~Parser() { library.freeArea(area); }
     Parser(const Parser &) = delete;
     Parser &operator=(const Parser &) = delete;
 
     void operator()()
     {
-        require(parse(identifiers, reply.data, static_cast<int>(reply.size), &area, &areaSize) == STAPI_OK,
+        require(library.parse(identifiers, reply.data, static_cast<int>(reply.size), &area, &areaSize) == STAPI_OK,
                 "a reply could not be parsed");
     }
 
 private:
-    const decltype(&rixbenchParse) parse;
+    const Library library;
     const int identifiers;
     const Bytes reply;
     int areaSize = RESULT_SET_SIZE;

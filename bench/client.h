@@ -25,6 +25,8 @@ struct Library
     decltype(&getFirstStat) first;
     decltype(&getNextStat) next;
     decltype(&rixbenchParse) parse;
+    decltype(&rixbenchNewArea) newArea;
+    decltype(&rixbenchFreeArea) freeArea;
 };
 
 template <class Call>
@@ -42,6 +44,8 @@ inline Library loadLibrary(const char *file)
     findCall(module, "getFirstStat", &library.first);
     findCall(module, "getNextStat", &library.next);
     findCall(module, "rixbenchParse", &library.parse);
+    findCall(module, "rixbenchNewArea", &library.newArea);
+    findCall(module, "rixbenchFreeArea", &library.freeArea);
     return library;
 }
 

@@ -12,8 +12,8 @@
 #include "load.h"
 #include "query.h"
 #include "simulator.h"
+#include "stapi_rix_resultsetbuffer.h"
 #include "stapi_rix_statcomms.h"
-#include "stapi_rix_tokens.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -64,12 +64,12 @@ static void parse(int items, int count)
     const rixgwsim::Bytes reply =
         rixgwsim::queryCallData(gatewayOptions(items), rixgwsim::Action::statistics, "", {}, 0);
     int size = RESULT_SET_SIZE;
-    char *area = static_cast<char *>(std::calloc(1, static_cast<std::size_t>(size) + RESULT_SET_SPARE));
+    char *area = rixstats::newResultSetArea(size);
     for (int i = 0; i < count; ++i)
         require(rixstats::parseStatsData(reinterpret_cast<const char *>(reply.data()), static_cast<int>(reply.size()),
                                          &area, &size) == STAPI_OK,
                 "a reply could not be parsed");
-    std::free(area);
+    rixstats::freeResultSetArea(area);
 }
 
 static void queries(int port, int count)

@@ -50,6 +50,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     }
     require(rc == STAPI_GATEWAY_EXCHANGE_FAILED || (rc == STAPI_NO_MEMORY && buffer == nullptr),
             "a reply is parsed, or refused by its code; a buffer that could not grow has been released");
-    free(buffer);
+    rixstats::freeResultSetArea(buffer);
     return 0;
 }

@@ -117,7 +117,7 @@ static std::string resultSetBy(ReplyStructure way, bool identifiers, const char 
     std::string resultSet;
     if (parse(way, callData, callDataLen, &buffer, &length) == STAPI_OK)
         resultSet.assign(buffer, static_cast<size_t>(length));
-    free(buffer);
+    freeResultSetArea(buffer);
     return resultSet;
 }
 
@@ -134,7 +134,7 @@ void checkReadings(bool identifiers, const char *callData, int callDataLen)
     const ReplyStructure again = scanReply(callData, callDataLen, !identifiers, copied, length);
     require(again.holds && again.copied == !again.references, "what fits is copied, unless it comes by reference");
     require(!again.copied || std::string(copied, parsed.size()) == parsed, "a scan copies what the parser writes");
-    free(copied);
+    freeResultSetArea(copied);
     if (!structure.references && Judge(callData, callDataLen).followable(identifiers))
         require(resultSetBy({false, false, false}, identifiers, callData, callDataLen) == parsed,
                 "both readings deliver the same result set");

@@ -31,16 +31,21 @@
  *     are zero-terminated and copied; they may be released as soon as the call returns.
  *  5. Threads. Any thread may open connections; only the thread that opened a connection may query it and read its
  *     result set. Any thread may close it, also while a query waits for the gateway (the query then ends with a
- *     failure), but not while the owning thread reads the result set, which goes with the connection. Copies of result
+ *     failure), but not while the owning thread reads the result set, which goes with the connection. A handle names
+ *     one connection for good: a late close is refused and meets no connection that was opened since. Copies of result
  *     sets may be read by any thread, one at a time. All other calls may be made by any thread at any time. No call may
  *     be made from a signal handler, and no thread be cancelled inside one.
- *  6. Forks. A child process must not use or close the connections of its parent; it opens its own.
- *  7. Manners. The library starts no thread, throws nothing, changes no signal handling, and marks its descriptors
- *     close-on-exec. It prints nothing unless tracing is on or a dump is asked for (but for a line on standard error if
+ *  6. Forks. A child process opens connections of its own. Those of its parent it may close, which releases its
+ *     descriptors and is not noticed by gateway and parent; queries on them are refused.
+ *  7. Manners. The library starts no thread, throws nothing, changes no signal handling, marks its descriptors
+ *     close-on-exec and never takes those of the standard streams, and leaves errno alone where a call succeeds. It
+ *     prints nothing unless tracing is on or a dump is asked for (but for a line on standard error if
  *     it cannot be set up at all).
- *  8. Waiting. A call that talks to a gateway waits for its answer without a time limit; only the TCP connect has one,
- *     of 60 seconds. Closing the connection from another thread ends the wait of a query or an opening. Nothing ends
- *     the wait of a close for the gateway's answer.
+ *  8. Waiting. A call that talks to a gateway waits for its answer without a time limit, unless the thread has set one
+ *     by rixSetTimeLimit() of rixstats_ext.h: then it returns that header's STAPI_TIME_LIMIT_REACHED. Only the TCP
+ *     connect has a limit of its own, of 60 seconds. Closing the connection from another thread ends the wait of a
+ *     query or an opening, too; nothing but a time limit ends the wait of a close for the gateway's answer.
+ *  9. Reasons. rixGetLastFailure() of rixstats_ext.h tells at which step a call failed, and why.
  */
 #ifndef RIXSTATS_H
 #define RIXSTATS_H
@@ -252,7 +257,8 @@ RIXSTATS_API int getIdQuery(RIX_ResultSetToken_t rsPtr, char **idQueryStringPtr)
 
 /*
  * Makes a copy of a result set that is the caller's own: later queries do not change it, it outlives its connection,
- * any thread may read it, and the caller releases it with freeResultSet(). The copy starts unread.
+ * any thread may read it, and the caller releases it with freeResultSet(). The copy starts unread, and takes as much
+ * memory as its answer needs.
  * Codes: STAPI_NULL_RESULT_SET_TOKEN, STAPI_NULL_RESULT_SET_PTR, STAPI_NO_RESULT_SET_BUFFER,
  * STAPI_UNRECOGNISED_CONTENT, STAPI_WRONG_PROCESS, STAPI_WRONG_THREAD, STAPI_NO_MEMORY. After STAPI_NO_MEMORY *tarRsPtr
  * is null, unchanged, or an empty copy: set it to null before the call, and free it afterwards if it is not null.
@@ -277,7 +283,8 @@ RIXSTATS_API int dumpResultSet(RIX_ResultSetToken_t rsPtr);
  *
  * The trace is off (level 0) until the caller turns it on. It goes to standard error until a file is set. Level 1
  * shows failures, 2 adds notable events, 3 entry and exit of every function, 4 internal steps and storage dumps of all
- * that is sent and received; 5 shows what 4 shows.
+ * that is sent and received; 5 shows what 4 shows. A destination that takes nothing is waited for a second at most, and
+ * loses lines; it is told how many when it takes something again. Writing to it raises no signal, whatever it is.
  */
 
 /* Stores the current trace level in *traceStatePtr. Codes: STAPI_NULL_OUTPUT_PTR. */
@@ -287,7 +294,8 @@ RIXSTATS_API int getAPITraceLevel(int *traceStatePtr);
 RIXSTATS_API int setAPITraceLevel(int traceState);
 
 /*
- * Appends the trace to a file from now on, created if missing; null goes back to standard error.
+ * Appends the trace to a file from now on, created if missing; null goes back to standard error. The call does not wait
+ * for the reader of a FIFO: one that nobody reads cannot be opened.
  *   traceFile  name of the file, shorter than 1,024 bytes; copied
  * Codes: STAPI_TRACE_FILE_OPEN_FAILED (the destination is unchanged).
  */
@@ -296,6 +304,7 @@ RIXSTATS_API int setAPITraceFile(const char *traceFile);
 /*
  * Writes the library's state (version, trace settings, every open connection with a dump of its result set) to the
  * trace destination, whatever the trace level. The result set of a connection on which a query is running is left out.
+ * Meanwhile other threads can open, use and close connections.
  */
 RIXSTATS_API int dumpState(void);
 

@@ -7,7 +7,7 @@ namespace rixstats {
 
 constexpr int64_t NANOSECONDS_IN_MILLISECOND = 1000000;
 
-__thread CallState callState;
+__thread CallState callState __attribute__((tls_model("initial-exec")));
 
 static int64_t monotonicNow()
 {
@@ -16,12 +16,16 @@ static int64_t monotonicNow()
     return now.tv_sec * INT64_C(1000000000) + now.tv_nsec;
 }
 
-void beginGatewayCall()
+void beginLocalCall()
 {
     callState.present = {};
+    callState.deadline = 0;
     callState.limitReached = false;
-    const int limit = callState.timeLimit;
-    callState.deadline = limit == 0 ? 0 : monotonicNow() + limit * NANOSECONDS_IN_MILLISECOND;
+}
+
+void beginGatewayCall()
+{
+    if (callState.timeLimit > 0) callState.deadline = monotonicNow() + callState.timeLimit * NANOSECONDS_IN_MILLISECOND;
 }
 
 int64_t nanosecondsLeft()
@@ -46,12 +50,6 @@ void noteReasons(const ReasonCodes &reasons)
 void rememberFailure(int code)
 {
     callState.last = callState.present;
-    callState.last.code = code;
-}
-
-void rememberRefusal(int code)
-{
-    callState.last = {};
     callState.last.code = code;
 }
 

@@ -22,20 +22,21 @@ typedef struct _CallState
     RIX_Failure_t last;    // of the last call that failed
 } CallState;
 
+// __thread needs no C++ run-time support. In the initial-exec model the memory comes with the thread: the other models
+// fetch it at the first access, and end the process if there is none. Programs that load the library late have some
+// hundred bytes in reserve for that; this takes fewer than a hundred.
 #pragma GCC visibility push(hidden)
-extern __thread CallState callState; // __thread: needs no C++ run-time support, as thread_local might
+extern __thread CallState callState __attribute__((tls_model("initial-exec")));
 #pragma GCC visibility pop
+static_assert(sizeof(CallState) < 100, "little may be taken of what loaders keep in reserve");
 
 inline bool hasDeadline()
 {
     return callState.deadline != 0;
 }
 
-int64_t nanosecondsLeft();  // of a call that has a deadline; 0 when it has passed
-int millisecondsLeft();     // the same, rounded up
-void beginGatewayCall();    // the clock starts
-void rememberFailure(int code); // of the present call, with what it noted
-void rememberRefusal(int code); // of a call that has noted nothing
+int64_t nanosecondsLeft(); // of a call that has a deadline; 0 when it has passed
+int millisecondsLeft();    // the same, rounded up
 
 inline void noteStep(int step)
 {
@@ -49,11 +50,15 @@ inline void noteErrno(int error)
 
 void noteReasons(const ReasonCodes &reasons);
 
-// A call that talks to a gateway. Its time limit counts from here.
-class GatewayCall
+void beginLocalCall();
+void beginGatewayCall(); // the clock starts
+void rememberFailure(int code);
+
+// The frame of a call that waits for nobody.
+class LocalCall
 {
 public:
-    GatewayCall() : savedErrno(errno) { beginGatewayCall(); }
+    LocalCall() : savedErrno(errno) { beginLocalCall(); }
     int end(int rc) const
     {
         if (rc == STAPI_OK)
@@ -67,28 +72,20 @@ private:
     int savedErrno;
 };
 
-// Any other call.
-class LocalCall
+// The frame of a call that talks to a gateway: its time limit counts from here.
+class GatewayCall : public LocalCall
 {
 public:
-    LocalCall() : savedErrno(errno) {}
-    int end(int rc) const
-    {
-        if (rc == STAPI_OK)
-            errno = savedErrno;
-        else
-            rememberRefusal(rc);
-        return rc;
-    }
-
-private:
-    int savedErrno;
+    GatewayCall() { beginGatewayCall(); }
 };
 
-// A step of a walk, which does nothing that could change errno. The end of the results is no failure.
+// For a step of a walk, which does nothing that could change errno. The end of the results is no failure.
 inline int endOfStep(int rc)
 {
-    if (__builtin_expect(rc != STAPI_OK && rc != STAPI_END_OF_RESULTS, 0)) rememberRefusal(rc);
+    if (__builtin_expect(rc != STAPI_OK && rc != STAPI_END_OF_RESULTS, 0)) {
+        beginLocalCall();
+        rememberFailure(rc);
+    }
     return rc;
 }
 

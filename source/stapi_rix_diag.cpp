@@ -2,6 +2,7 @@
 #include "stapi_rix_diag.h"
 
 #include "rixstats.h"
+#include "stapi_rix_diag_output.h"
 
 #include <cstdarg>
 #include <cstdlib>
@@ -60,7 +61,25 @@ static int formatPrefix(char *line, size_t size, Line kind, int point)
 }
 #pragma GCC diagnostic pop
 
-// One write for each line that fits the local buffer; only a line with a very long text takes two.
+// A line that is too long for the local buffer of writeLine(), which holds its start. Without memory that start is all.
+static void writeLongLine(char *start, size_t size, size_t prefix, size_t message, const char *format,
+                          va_list arguments) __attribute__((format(printf, 5, 0)));
+static void writeLongLine(char *start, size_t size, size_t prefix, size_t message, const char *format,
+                          va_list arguments)
+{
+    char *whole = static_cast<char *>(malloc(prefix + message + 1));
+    if (whole == nullptr) {
+        start[size - 1] = '\n';
+        writeOutput(statAPITraceHandle, start, size);
+        return;
+    }
+    memcpy(whole, start, prefix);
+    vsnprintf(whole + prefix, message + 1, format, arguments);
+    writeOutput(statAPITraceHandle, whole, prefix + message);
+    free(whole);
+}
+
+// One write for each line. The caller has seen to it that it is a quiet one.
 static void writeLine(Line kind, int point, bool freshStamp, const char *format, va_list arguments)
     __attribute__((format(printf, 4, 0)));
 static void writeLine(Line kind, int point, bool freshStamp, const char *format, va_list arguments)
@@ -75,14 +94,19 @@ static void writeLine(Line kind, int point, bool freshStamp, const char *format,
     va_copy(again, arguments);
     const size_t prefix = static_cast<size_t>(formatPrefix(line, sizeof line, kind, point));
     const int message = vsnprintf(line + prefix, sizeof line - prefix, format, arguments);
-    if (message >= 0 && static_cast<size_t>(message) < sizeof line - prefix) {
-        fwrite(line, 1, prefix + static_cast<size_t>(message), statAPITraceHandle);
-    } else {
-        fwrite(line, 1, prefix, statAPITraceHandle);
-        vfprintf(statAPITraceHandle, format, again);
-    }
+    if (message >= 0 && static_cast<size_t>(message) < sizeof line - prefix)
+        writeOutput(statAPITraceHandle, line, prefix + static_cast<size_t>(message));
+    else if (message >= 0)
+        writeLongLine(line, sizeof line, prefix, static_cast<size_t>(message), format, again);
     va_end(again);
-    fflush(statAPITraceHandle);
+}
+
+static void writeQuietLine(Line kind, int point, bool freshStamp, const char *format, va_list arguments)
+    __attribute__((format(printf, 4, 0)));
+static void writeQuietLine(Line kind, int point, bool freshStamp, const char *format, va_list arguments)
+{
+    const QuietOutput quiet;
+    writeLine(kind, point, freshStamp, format, arguments);
 }
 
 void traceLine(Line kind, int point, const char *format, ...)
@@ -90,7 +114,7 @@ void traceLine(Line kind, int point, const char *format, ...)
     va_list arguments;
     va_start(arguments, format);
     requestLock(&traceLock);
-    writeLine(kind, point, true, format, arguments);
+    writeQuietLine(kind, point, true, format, arguments);
     releaseLock(&traceLock);
     va_end(arguments);
 }
@@ -100,7 +124,7 @@ void traceLineStaleStamp(Line kind, int point, const char *format, ...)
     va_list arguments;
     va_start(arguments, format);
     requestLock(&traceLock);
-    writeLine(kind, point, false, format, arguments);
+    writeQuietLine(kind, point, false, format, arguments);
     releaseLock(&traceLock);
     va_end(arguments);
 }
@@ -109,7 +133,7 @@ void traceLineUnlocked(Line kind, int point, const char *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    writeLine(kind, point, true, format, arguments);
+    writeQuietLine(kind, point, true, format, arguments);
     va_end(arguments);
 }
 
@@ -122,13 +146,19 @@ static void announceData(int point, const char *format, ...)
     va_end(arguments);
 }
 
+static void writeData(int point, const char *name, const char *start, int dataLen, int stopWord, int translate)
+{
+    const QuietOutput quiet;
+    announceData(point, "%s data=%p len=%d stopword=%8.8X\n", name, ptr(start), dataLen,
+                 static_cast<unsigned>(stopWord));
+    if (statAPITraceHandle != nullptr) traceOutStorage(start, dataLen, stopWord, DUMP_WIDTH, translate);
+}
+
 // The announcing line and its dump under one lock, so that nothing comes between them.
 void traceData(int point, const char *name, const char *start, int dataLen, int stopWord, int translate)
 {
     requestLock(&traceLock);
-    announceData(point, "%s data=%p len=%d stopword=%8.8X\n", name, ptr(start), dataLen,
-                 static_cast<unsigned>(stopWord));
-    if (statAPITraceHandle != nullptr) traceOutStorage(start, dataLen, stopWord, DUMP_WIDTH, translate);
+    writeData(point, name, start, dataLen, stopWord, translate);
     releaseLock(&traceLock);
 }
 

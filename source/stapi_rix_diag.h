@@ -1,6 +1,6 @@
 // The trace facility: process-wide trace state, trace lines of a fixed layout, storage dumps. Every module traces
 // through the macros below, which cost one load and one branch while their level is off and evaluate no argument then.
-// Calls the lock module and the one that knows the process id.
+// Calls its output, the lock module and the one that knows the process id.
 //
 // A function announces itself with ENTRY and EXIT, errors with EXC, notable happenings with EVENT, internals with
 // DEBUG; DATA announces a storage dump and writes it. The first argument is the trace point: a fixed number that
@@ -140,8 +140,11 @@ void getTraceDate(char *buffer); // at least 9 bytes
 extern const char dumpRuler[81]; // the 80 hyphens that frame a dump
 
 // Writes a storage dump: dataLen bytes, or with dataLen 0 all bytes before the first stopWord. Returns the number of
-// bytes dumped. The caller holds traceLock. In stop-word mode up to 15 bytes behind the stop word are read.
+// bytes dumped. The caller holds traceLock and has made its output quiet. In stop-word mode up to 15 bytes behind the
+// stop word are read.
 int traceOutStorage(const char *startAddr, int dataLen, int stopWord, int width, int translate);
+// The same for a copy of the storage, which is shown at the address of what was copied.
+int traceOutCopy(const char *startAddr, const char *shownAddr, int dataLen, int stopWord, int width, int translate);
 
 } // namespace rixstats
 

@@ -2,10 +2,12 @@
 //
 //   0x7F0C2C000B70: 47617465 00700000 00000005 00000000 : Gate.p..........
 //
-// in a layout that support people and their tools know by column. Each line is put together first and written at once.
+// in a layout that support people and their tools know by column. Each line is put together first and written at once,
+// so that a crash loses no finished line.
 #include "stapi_rix_diag_storage.h"
 
 #include "stapi_rix_diag.h"
+#include "stapi_rix_diag_output.h"
 
 #include <cctype>
 #include <cinttypes>
@@ -26,7 +28,7 @@ static void putText(DumpLine *line, const char *text, size_t length)
 
 void writeDumpLine(DumpLine *line)
 {
-    fwrite(line->text, 1, line->length, statAPITraceHandle);
+    writeOutput(statAPITraceHandle, line->text, line->length);
     line->length = 0;
 }
 
@@ -85,28 +87,32 @@ int writeStorageLineDual(DumpLine *line, const char *startAddr, int width, int d
     return result;
 }
 
-static int dumpLineAt(const char *cursor, int width, int remaining, int stopWord, int translate)
+static int dumpLineAt(const char *cursor, const char *shownAddr, int width, int remaining, int stopWord, int translate)
 {
     DumpLine line = {{0}, 0};
     char address[24];
-    const int length = snprintf(address, sizeof address, "0x%8.8" PRIXPTR ": ", reinterpret_cast<uintptr_t>(cursor));
+    const int length = snprintf(address, sizeof address, "0x%8.8" PRIXPTR ": ", reinterpret_cast<uintptr_t>(shownAddr));
     putText(&line, address, static_cast<size_t>(length));
     const int result = writeStorageLineDual(&line, cursor, width, remaining, stopWord, translate);
     writeDumpLine(&line);
-    fflush(statAPITraceHandle); // once a line, so that a crash loses no finished line
     return result;
 }
 
-int traceOutStorage(const char *startAddr, int dataLen, int stopWord, int width, int translate)
+int traceOutCopy(const char *startAddr, const char *shownAddr, int dataLen, int stopWord, int width, int translate)
 {
     if (startAddr == nullptr || (dataLen == 0 && stopWord == 0)) return 0; // nothing would ever end such a dump
     int total = 0;
     for (;;) {
         const int remaining = dataLen != 0 ? dataLen - total : 0;
-        const int dumped = dumpLineAt(startAddr + total, width, remaining, stopWord, translate);
+        const int dumped = dumpLineAt(startAddr + total, shownAddr + total, width, remaining, stopWord, translate);
         total += dumped;
         if (dataLen != 0 ? total >= dataLen : dumped != width) return total;
     }
+}
+
+int traceOutStorage(const char *startAddr, int dataLen, int stopWord, int width, int translate)
+{
+    return traceOutCopy(startAddr, startAddr, dataLen, stopWord, width, translate);
 }
 
 } // namespace rixstats

@@ -2,8 +2,9 @@
 // one thread that took it out.
 #include "stapi_rix_flowarea.h"
 
+#include "stapi_rix_memory.h"
+
 #include <atomic>
-#include <cstdlib>
 #include <cstring>
 
 namespace rixstats {
@@ -25,10 +26,15 @@ static bool canBeKept(size_t size)
     return size >= LEAST_KEPT_SIZE && size <= MOST_KEPT_SIZE;
 }
 
+static void release(AreaHead *area)
+{
+    if (area != nullptr) freeBlock(area, sizeof *area + area->size);
+}
+
 static void putBack(std::atomic<AreaHead *> &slot, AreaHead *area)
 {
     AreaHead *none = nullptr;
-    if (!slot.compare_exchange_strong(none, area)) free(area);
+    if (!slot.compare_exchange_strong(none, area)) release(area);
 }
 
 static AreaHead *takeKept(size_t size)
@@ -55,7 +61,7 @@ static AreaHead *newArea(size_t size)
     const size_t all = sizeof(AreaHead) + size;
     if (all < size) return nullptr;
     // Only what is kept is filled before it is used anew; what a lying gateway makes huge is not touched.
-    AreaHead *area = static_cast<AreaHead *>(canBeKept(size) ? malloc(all) : calloc(1, all));
+    AreaHead *area = static_cast<AreaHead *>(canBeKept(size) ? newBlock(all, all) : newZeroedBlock(all));
     if (area != nullptr) area->size = size;
     return area;
 }
@@ -89,7 +95,7 @@ void freeFlowArea(char *area)
     if (canBeKept(pushed->size))
         for (int i = 0; i < KEPT_AREAS && pushed != nullptr; i++)
             pushed = keptAreas[i].exchange(pushed);
-    free(pushed);
+    release(pushed);
 }
 
 bool dropKeptAreas()
@@ -98,7 +104,7 @@ bool dropKeptAreas()
     for (std::atomic<AreaHead *> &slot : keptAreas) {
         AreaHead *area = slot.exchange(nullptr);
         any = any || area != nullptr;
-        free(area);
+        release(area);
     }
     return any;
 }

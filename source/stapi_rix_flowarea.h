@@ -1,7 +1,7 @@
 // Memory for the bytes of a flow: a request, a reply, the call data of a reply. A monitor asks the same again and
 // again; memory of the size of a long reply goes back to the system each time it is freed, to be fetched again page by
 // page, and that of a short one costs the allocator a search. So a few areas are kept for the next flow, of whichever
-// connection and thread. Calls nothing of the library.
+// connection and thread. Calls the module for blocks of memory.
 #ifndef STAPI_RIX_FLOWAREA_H
 #define STAPI_RIX_FLOWAREA_H
 

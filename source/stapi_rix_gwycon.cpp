@@ -2,13 +2,13 @@
 #include "stapi_rix_gwycon.h"
 
 #include "stapi_rix_call.h"
+#include "stapi_rix_descriptor.h"
 #include "stapi_rix_diag.h"
 #include "stapi_rix_socketset.h"
 
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -53,25 +53,13 @@ static bool publishSocket(std::atomic<int> *socketDescriptorPtr, int desc)
     return socketDescriptorPtr->compare_exchange_strong(none, desc);
 }
 
-// A socket for the address that is none of the three standard streams: in a program that has closed one of them, what
-// it prints would go to the gateway.
-static int newSocket(const struct addrinfo *address)
-{
-    const int desc = socket(address->ai_family, address->ai_socktype | SOCK_CLOEXEC, address->ai_protocol);
-    if (desc < 0 || desc > STDERR_FILENO) return desc;
-    const int raised = fcntl(desc, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    const int savedErrno = errno;
-    close(desc);
-    errno = savedErrno;
-    return raised;
-}
-
 // A socket for the address, with keep-alive, without delay, and for now non-blocking. On failure there may be a socket
 // too.
 static int createSocket(const struct addrinfo *address, int *socketDesc)
 {
     noteStep(RIX_STEP_SOCKET);
-    *socketDesc = newSocket(address);
+    *socketDesc = aboveStandardDescriptors(
+        socket(address->ai_family, address->ai_socktype | SOCK_CLOEXEC, address->ai_protocol));
     if (*socketDesc < 0) {
         const int savedErrno = errno;
         noteErrno(savedErrno);

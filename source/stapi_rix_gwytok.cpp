@@ -71,7 +71,7 @@ static int openStatsSocket(Internal_GatewayToken_t *gwTokPtr, const char *hostna
 static void discardToken(Internal_GatewayToken_t *token)
 {
     if (token->connRSPtr != nullptr) deleteResultSet(&token->connRSPtr);
-    free(token->resultSetBuf);
+    freeResultSetArea(token->resultSetBuf);
     free(token->protocolVersion);
     free(token);
 }
@@ -251,7 +251,7 @@ static void releaseToken(Internal_GatewayToken_t *token, const RIX_GatewayToken_
     if (token->resultSetBuf != nullptr) {
         DEBUG(2043, "stapi_rix_gwytok.deleteGatewayToken About to free resultSetBuffer (%p)\n",
               ptr(token->resultSetBuf));
-        free(token->resultSetBuf);
+        freeResultSetArea(token->resultSetBuf);
     }
     if (token->protocolVersion != nullptr) {
         DEBUG(2044, "stapi_rix_gwytok.deleteGatewayToken About to free protocolVersion String (%p)\n",

@@ -1,17 +1,16 @@
 // The life of a gateway token: every change of its state is made here, under gtlLock.
 //
-//                 chained                 endGatewayTokenUse
-//      (new) ----------------> busy --------------------------> idle
-//                              |  ^ <----------- beginUse -----  |
-//                              |  '                              |
-//                 takeOffList  |  '------.                       | takeOffList
-//           by another thread  |         | takeBack              | by any thread
-//                              v         | by its owner          |
-//                          orphaned      '--------> closing <----'
-//                              |                     ^  |
-//                              '------ takeBack -----'  | restToken
-//                                      by its owner     v
-//                                                    resting
+//                chained                  endGatewayTokenUse
+//     (new) ----------------> busy ---------------------------> idle
+//                             |  |  <--------- beginUse --------  |
+//                takeOffList  |  |                                |
+//          by another thread  |  | takeBack                       | takeOffList
+//                             v  | by its owner                   | by any thread
+//                         orphaned '----------> closing <---------'
+//                             |                  ^   |
+//                             '----- takeBack ---'   | restToken
+//                                    by its owner    v
+//                                                 resting
 //
 // Whoever brings a token to closing releases what it holds. That is the owner alone while the token is busy or
 // orphaned: the owner may be inside a system call on its socket, and reads its buffers without a lock.

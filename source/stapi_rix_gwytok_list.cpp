@@ -1,8 +1,8 @@
-// The Gateway Token List: its state, searching, chaining, formatting and dumping.
+// The Gateway Token List: its state, searching, chaining, formatting. Its dump is in
+// stapi_rix_gwytok_dump.cpp.
 #include "stapi_rix_gwytok.h"
 
 #include "stapi_rix_diag.h"
-#include "stapi_rix_resultsetbuffer.h"
 
 namespace rixstats {
 
@@ -127,58 +127,6 @@ int formatGatewayToken(const Internal_GatewayToken_t *gwTokPtr, char *formattedT
              static_cast<unsigned>(gwTokPtr->owningPid), static_cast<unsigned>(narrowTid(gwTokPtr->owningTid)),
              ptr(gwTokPtr->nextGwyTokPtr));
     return STAPI_OK;
-}
-
-static void dumpEntry(const Internal_GatewayToken_t *token, int count)
-{
-    char formattedToken[FORMATTED_TOKEN_SIZE];
-    formatGatewayToken(token, formattedToken);
-    fprintf(statAPITraceHandle, "Gateway Token List entry -%4.4d- : %s\n", count, formattedToken);
-    const Internal_ResultSetToken_t *resultSet = token->connRSPtr;
-    if (token->state == TokenState::busy) { // its buffer may be moving at this moment
-        fprintf(statAPITraceHandle, "The gateway token is in use, its ResultSet(%p) is not dumped\n", ptr(resultSet));
-    } else if (resultSet != nullptr) {
-        fprintf(statAPITraceHandle, "Dump of ResultSet(%p) owner(%s) buffer(%p) cursor(%p)\n%s\n", ptr(resultSet),
-                resultSet->owner == OWNER_LIBRARY ? "API" : "USR", ptr(resultSet->rsBuffPtr),
-                ptr(readCursor(resultSet)), dumpRuler);
-        fflush(statAPITraceHandle);
-        traceOutStorage(resultSet->rsBuffPtr, 0, RESULT_SET_TERMINATOR, DUMP_WIDTH, 0);
-        fprintf(statAPITraceHandle, "%s\n", dumpRuler);
-    }
-    fflush(statAPITraceHandle);
-}
-
-static int dumpList(int *count)
-{
-    fprintf(statAPITraceHandle, "Gateway Token List dump\n%s\n", dumpRuler);
-    if (gtListHeadPtr == nullptr) fprintf(statAPITraceHandle, "The Gateway Token List is EMPTY\n");
-    fflush(statAPITraceHandle);
-    for (const Internal_GatewayToken_t *token = gtListHeadPtr; token != nullptr && *count < GTL_WALK_LIMIT;
-         token = token->nextGwyTokPtr)
-        dumpEntry(token, ++*count);
-    if (gtListHeadPtr != nullptr)
-        fprintf(statAPITraceHandle, "Total number of Gateway Token List entries=%d\n", *count);
-    fprintf(statAPITraceHandle, "%s\n", dumpRuler);
-    fflush(statAPITraceHandle);
-    return gtListHeadPtr == nullptr ? GTL_EMPTY : 0;
-}
-
-int dumpGatewayTokens()
-{
-    ENTRY(2016, "stapi_rix_gwytok.dumpGatewayTokens()\n");
-    int count = 0;
-    requestLock(&gtlLock);
-    requestLock(&traceLock);
-    int rc = dumpList(&count);
-    releaseLock(&traceLock);
-    releaseLock(&gtlLock);
-    if (count == GTL_WALK_LIMIT) {
-        rc = GTL_RUNAWAY;
-        EXC(2017, "stapi_rix_gwytok.dumpGatewayTokens() Gateway Token List iteration has hit RUNAWAY limit %d.....\n",
-            count);
-    }
-    EXIT(2018, "stapi_rix_gwytok.dumpGatewayTokens() List length=%d rc=%d\n", count, rc);
-    return rc;
 }
 
 } // namespace rixstats

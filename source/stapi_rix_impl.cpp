@@ -3,6 +3,7 @@
 
 #include "stapi_rix_call.h"
 #include "stapi_rix_diag.h"
+#include "stapi_rix_diag_output.h"
 #include "stapi_rix_gwytok.h"
 #include "stapi_rix_pid.h"
 #include "stapi_rix_resultsetbuffer.h"
@@ -36,6 +37,13 @@ static void afterFork()
     pthread_mutex_unlock(&initMutex);
 }
 
+// There is no lock yet; initialisation has one of its own.
+static void tellNoTrace(int rc)
+{
+    const QuietOutput quiet;
+    printOutput(stderr, "stapi_rix_impl.stapiInit() Initialization of rixstats API trace has failed. rc=%d\n", rc);
+}
+
 // Traces its failures at level 1; a success leaves tracing off.
 static int initialise()
 {
@@ -43,7 +51,7 @@ static int initialise()
     initKnownPid();
     int rc = initTrace();
     if (rc != STAPI_OK) {
-        fprintf(stderr, "stapi_rix_impl.stapiInit() Initialization of rixstats API trace has failed. rc=%d\n", rc);
+        tellNoTrace(rc);
         return rc;
     }
     rc = initGTL();

@@ -111,7 +111,7 @@ static int checkForCopy(RIX_ResultSetToken_t srcRs, RIX_ResultSetToken_t *tarRsP
 static int copyBuffer(const Internal_ResultSetToken_t *source, Internal_ResultSetToken_t *target)
 {
     const int size = source->rsBuffLen;
-    target->rsBuffPtr = static_cast<char *>(malloc(static_cast<size_t>(size) + RESULT_SET_SPARE));
+    target->rsBuffPtr = copyResultSetArea(source->rsBuffPtr);
     DEBUG(1076, "API.copyResultSet Called malloc for %d bytes. rc=%p\n", size, ptr(target->rsBuffPtr));
     if (target->rsBuffPtr == nullptr) {
         EXC(1077, "API.copyResultSet() Malloc failed for %d bytes\n", size);
@@ -120,8 +120,6 @@ static int copyBuffer(const Internal_ResultSetToken_t *source, Internal_ResultSe
     target->rsBuffLen = size;
     target->cursor = target->rsBuffPtr;
     target->category = source->category;
-    memcpy(target->rsBuffPtr, source->rsBuffPtr, static_cast<size_t>(size));
-    memset(target->rsBuffPtr + size, 0, RESULT_SET_SPARE);
     EVENT(1135, "API.copyResultSet Copied resultsetbuffer from %p to %p\n", ptr(source->rsBuffPtr),
           ptr(target->rsBuffPtr));
     return STAPI_OK;
@@ -176,7 +174,7 @@ static void releaseCopy(RIX_ResultSetToken_t *rsPtr)
     const uintptr_t record = addressNumber(rs);
     if (rs->rsBuffPtr != nullptr) {
         DEBUG(1085, "API.freeResultSet() free result set buffer storage (%p)\n", ptr(rs->rsBuffPtr));
-        free(rs->rsBuffPtr);
+        freeResultSetArea(rs->rsBuffPtr);
         rs->rsBuffPtr = nullptr;
     } else {
         EXC(1086, "API.freeResultSet(rsPtr=%p) Result set buffer pointer was already null\n", ptr(rs));

@@ -1,6 +1,7 @@
 // The trace control calls: level and destination of the trace, and the dump of the library's state.
 #include "stapi_rix_call.h"
 #include "stapi_rix_diag.h"
+#include "stapi_rix_diag_output.h"
 #include "stapi_rix_gwytok.h"
 #include "stapi_rix_impl.h"
 
@@ -24,10 +25,10 @@ static int currentLevel()
 // traceLock is held.
 static void writeTraceHeader()
 {
+    const QuietOutput quiet;
     getTraceDate(dateBuf);
-    fprintf(statAPITraceHandle, "*** %s YST Vendral Gateway RIXSTATS DLL trace V%s API V%s Build Level %s ***\n",
-            dateBuf, PRODUCT_VERSION, API_VERSION, BUILD_LEVEL);
-    fflush(statAPITraceHandle);
+    printOutput(statAPITraceHandle, "*** %s YST Vendral Gateway RIXSTATS DLL trace V%s API V%s Build Level %s ***\n",
+                dateBuf, PRODUCT_VERSION, API_VERSION, BUILD_LEVEL);
 }
 
 int getAPITraceLevel(int *traceStatePtr)
@@ -83,6 +84,7 @@ static void switchTo(FILE *stream, const char *name)
 {
     if (statAPITraceHandle != stderr && statAPITraceHandle != nullptr) fclose(statAPITraceHandle);
     statAPITraceHandle = stream;
+    startOutput();
     memcpy(statAPITraceFilename, name, strlen(name) + 1);
     traceHeaderWrite = 0;
 }
@@ -94,25 +96,36 @@ typedef struct _SwitchResult
     bool changed;
 } SwitchResult;
 
-// traceLock is held. A name that is open already is opened again: that counts as a change.
-static SwitchResult switchDestination(const char *traceFile)
+// A name that is open already is opened again: that counts as a change.
+static FILE *openTraceFile(const char *traceFile)
 {
-    if (traceFile == nullptr) {
-        if (statAPITraceHandle == stderr || statAPITraceHandle == nullptr) return {STAPI_OK, 0, false};
-        switchTo(stderr, defaultTraceFilename);
-        return {STAPI_OK, 0, true};
+    if (strlen(traceFile) >= TRACE_FILENAME_SIZE) {
+        errno = ENAMETOOLONG;
+        return nullptr;
     }
-    if (strlen(traceFile) >= TRACE_FILENAME_SIZE) return {STAPI_TRACE_FILE_OPEN_FAILED, ENAMETOOLONG, false};
-    FILE *stream = fopen(traceFile, "ae"); // e: close-on-exec
-    if (stream == nullptr) return {STAPI_TRACE_FILE_OPEN_FAILED, errno, false};
-    switchTo(stream, traceFile);
-    return {STAPI_OK, 0, true};
+    return openOutput(traceFile);
+}
+
+// traceLock is held.
+static bool switchToStandardError()
+{
+    if (statAPITraceHandle == stderr || statAPITraceHandle == nullptr) return false;
+    switchTo(stderr, defaultTraceFilename);
+    return true;
 }
 
 static int changeTraceFile(const char *traceFile)
 {
+    // Opened before the lock is taken, which everybody who traces waits for.
+    FILE *stream = traceFile != nullptr ? openTraceFile(traceFile) : nullptr;
+    SwitchResult result = {STAPI_OK, errno, stream != nullptr};
     requestLock(&traceLock);
-    const SwitchResult result = switchDestination(traceFile);
+    if (traceFile == nullptr)
+        result.changed = switchToStandardError();
+    else if (stream != nullptr)
+        switchTo(stream, traceFile);
+    else
+        result.rc = STAPI_TRACE_FILE_OPEN_FAILED;
     if (currentLevel() > 0 && traceHeaderWrite == 0) {
         writeTraceHeader();
         traceHeaderWrite = 1;
@@ -153,6 +166,14 @@ int setAPITraceFile(const char *traceFile)
 
 // ---- dumpState
 
+// traceLock is held.
+static void writeStateLine()
+{
+    const QuietOutput quiet;
+    printOutput(statAPITraceHandle, "rixstats state dump: API Version=%s Trace Level=%d statAPITraceFile=%s\n",
+                API_VERSION, currentLevel(), statAPITraceFilename);
+}
+
 int dumpState()
 {
     const LocalCall call;
@@ -161,9 +182,7 @@ int dumpState()
     if (traceOn(Line::entry)) traceLineStaleStamp(Line::entry, 1106, "API.dumpState()\n");
     if (rc == STAPI_OK) {
         requestLock(&traceLock);
-        fprintf(statAPITraceHandle, "rixstats state dump: API Version=%s Trace Level=%d statAPITraceFile=%s\n",
-                API_VERSION, currentLevel(), statAPITraceFilename);
-        fflush(statAPITraceHandle);
+        writeStateLine();
         releaseLock(&traceLock);
         dumpGatewayTokens();
     }

@@ -4,14 +4,7 @@
 
 #include "stapi_rix_diag.h"
 
-#include <cstdlib>
-
 namespace rixstats {
-
-char *newResultSetArea(int size)
-{
-    return static_cast<char *>(calloc(1, static_cast<size_t>(size) + RESULT_SET_SPARE));
-}
 
 static void storeWord(char *cursor, int word)
 {

@@ -1,5 +1,5 @@
 // Result sets in memory: the words and texts of their buffers, and the tokens behind the callers' handles. Calls the
-// trace facility alone.
+// trace facility and the module for blocks of memory.
 //
 // A result-set buffer is packed, its words in the host's byte order and unaligned:
 //
@@ -43,8 +43,19 @@ inline bool hasEyecatcher(const char *buffer, const char *eyecatcher)
     return buffer != nullptr && memcmp(buffer, eyecatcher, EYECATCHER_SIZE) == 0;
 }
 
-// Area for a result set of the given size: zeroed, with the spare bytes behind it. Null if there is no memory.
+// Areas for result sets, of the given size and with the spare bytes behind it; null if there is no memory. A new one is
+// zeroed, and one that grows keeps its bytes, with zeros behind them; if it cannot grow, it stays as it was. A copy has
+// the size of its source, and of its bytes the result set and what a storage dump may show behind it.
 char *newResultSetArea(int size);
+char *growResultSetArea(char *area, int newSize);
+char *copyResultSetArea(const char *area);
+void freeResultSetArea(char *area); // takes null too
+
+// Whoever has written a result set tells its length, the terminator included.
+void setResultSetLength(char *area, int length);
+
+// Bytes of an area that a copy needs: the result set, and what a storage dump may show behind it.
+size_t resultSetShown(const char *area);
 
 int createResultSet(RIX_ResultSetToken_t *newRsTokPtr, const char *eyecatcher, int owner);
 int deleteResultSet(RIX_ResultSetToken_t *rsPtr); // leaves the buffer at rsBuffPtr to the caller

@@ -1,5 +1,6 @@
 // Result-set tokens: the records behind the callers' result-set handles.
 #include "stapi_rix_diag.h"
+#include "stapi_rix_diag_output.h"
 #include "stapi_rix_owner.h"
 #include "stapi_rix_resultsetbuffer.h"
 
@@ -102,16 +103,14 @@ int deleteResultSet(RIX_ResultSetToken_t *rsPtr)
     return rixStatRc;
 }
 
+// traceLock is held.
 static int writeDump(const Internal_ResultSetToken_t *rsPtr)
 {
-    requestLock(&traceLock);
-    fprintf(statAPITraceHandle, "Dump of ResultSet(%p) owner(%x) head(%p) next(%p)\n%s\n", ptr(rsPtr),
-            static_cast<unsigned>(rsPtr->owner), ptr(rsPtr->rsBuffPtr), ptr(rsPtr->cursor), dumpRuler);
-    fflush(statAPITraceHandle);
+    const QuietOutput quiet;
+    printOutput(statAPITraceHandle, "Dump of ResultSet(%p) owner(%x) head(%p) next(%p)\n%s\n", ptr(rsPtr),
+                static_cast<unsigned>(rsPtr->owner), ptr(rsPtr->rsBuffPtr), ptr(rsPtr->cursor), dumpRuler);
     const int dumped = traceOutStorage(rsPtr->rsBuffPtr, 0, RESULT_SET_TERMINATOR, DUMP_WIDTH, 0);
-    fprintf(statAPITraceHandle, "%s\n", dumpRuler);
-    fflush(statAPITraceHandle);
-    releaseLock(&traceLock);
+    printOutput(statAPITraceHandle, "%s\n", dumpRuler);
     return dumped;
 }
 
@@ -120,10 +119,13 @@ int dumpResultSetInternal(const Internal_ResultSetToken_t *rsPtr)
     int rixStatRc = STAPI_OK;
     int bytesDumped = 0;
     ENTRY(2139, "stapi_rix_resultsetbuffer.dumpResultSetInternal(rsPtr=%p)\n", ptr(rsPtr));
-    if (rsPtr == nullptr)
+    if (rsPtr == nullptr) {
         rixStatRc = STAPI_NULL_ARGUMENT;
-    else
+    } else {
+        requestLock(&traceLock);
         bytesDumped = writeDump(rsPtr);
+        releaseLock(&traceLock);
+    }
     EXIT(2140, "stapi_rix_resultsetbuffer.dumpResultSetInternal(rsPtr=%p) bytes dumped=%d rc=%d\n", ptr(rsPtr),
          bytesDumped, rixStatRc);
     return rixStatRc;

@@ -168,15 +168,21 @@ static int sendRequest(int socketDesc, const char *data, int datalen, ReasonCode
 // Waits as long as the gateway takes, or the call's time limit allows.
 static int waitForReply(int socketDesc)
 {
-    if (hasDeadline()) return waitForSocket(socketDesc, POLLIN) ? 0 : -1;
-    SocketSet readable;
-    if (initSocketSet(&readable, socketDesc) != 0) return STAPI_NO_MEMORY;
-    int ready;
-    do {
-        ready = select(socketDesc + 1, fdSetOf(&readable), nullptr, nullptr, nullptr);
-    } while (ready < 0 && errno == EINTR);
-    freeSocketSet(&readable);
-    return ready < 0 ? -1 : 0;
+    bool waited;
+    if (hasDeadline()) {
+        waited = waitForSocket(socketDesc, POLLIN);
+    } else {
+        SocketSet readable;
+        if (initSocketSet(&readable, socketDesc) != 0) return STAPI_NO_MEMORY;
+        int ready;
+        do {
+            ready = select(socketDesc + 1, fdSetOf(&readable), nullptr, nullptr, nullptr);
+        } while (ready < 0 && errno == EINTR);
+        waited = ready >= 0;
+        freeSocketSet(&readable);
+    }
+    if (!waited) noteErrno(errno); // the record for the flow's caller does not tell of a failed wait
+    return waited ? 0 : -1;
 }
 
 static int readReplyHeader(int socketDesc, const char *requestName, GatewayRequest *header, ReasonCodes *reasons)

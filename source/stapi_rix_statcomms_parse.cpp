@@ -48,18 +48,15 @@ int reallocResultsSetBuffer(char **resultSetBuffer, int *resultSetBufferLen, cha
         ptr(*resultSetBuffer), *resultSetBufferLen, ptr(*buffer), totaldatawritten);
     int rc = STAPI_OK;
     uintptr_t cursor = addressNumber(*buffer); // what the exit line shows, also of a block that could not grow
-    const size_t oldSize = static_cast<size_t>(*resultSetBufferLen);
     char *grown = nullptr;
-    if (*resultSetBufferLen <= INT_MAX / 2)
-        grown = static_cast<char *>(realloc(*resultSetBuffer, 2 * oldSize + RESULT_SET_SPARE));
+    if (*resultSetBufferLen <= INT_MAX / 2) grown = growResultSetArea(*resultSetBuffer, 2 * *resultSetBufferLen);
     if (grown != nullptr) {
-        memset(grown + oldSize + RESULT_SET_SPARE, 0, oldSize); // a dump may show what no reply has filled yet
         *resultSetBuffer = grown;
         *resultSetBufferLen *= 2;
         *buffer = grown + totaldatawritten;
         cursor = addressNumber(*buffer);
     } else {
-        free(*resultSetBuffer);
+        freeResultSetArea(*resultSetBuffer);
         *resultSetBuffer = nullptr;
         rc = STAPI_NO_MEMORY;
     }
@@ -137,7 +134,9 @@ static void startResultSet(ResultSetWriter *out, const char *eyecatcher, int num
 static void endResultSet(ResultSetWriter *out)
 {
     ensure(out, 4);
-    if (out->rc == STAPI_OK) addTerminator(out->buffer);
+    if (out->rc != STAPI_OK) return;
+    addTerminator(out->buffer);
+    setResultSetLength(*out->resultSetBuffer, out->totaldatawritten + 4);
 }
 
 // The head of a response, up to the element's result, which it returns.

@@ -73,9 +73,10 @@ static inline void copyText(ScanCopy &copy, const Reader &in, const uint8_t *tex
 }
 
 // The terminator, and nothing behind it that a storage dump would show.
-static void endCopy(ScanCopy &copy)
+static void endCopy(char *area, const ScanCopy &copy)
 {
     memcpy(copy.cursor, &RESULT_SET_TERMINATOR, sizeof RESULT_SET_TERMINATOR);
+    setResultSetLength(area, static_cast<int>(copy.cursor - area + sizeof RESULT_SET_TERMINATOR));
     const size_t behind = static_cast<size_t>(copy.end - copy.cursor) + RESULT_SET_SPARE;
     memset(copy.cursor + sizeof RESULT_SET_TERMINATOR, 0, behind < SHORT_TEXT ? behind : SHORT_TEXT);
 }
@@ -358,7 +359,7 @@ ReplyStructure scanReply(const char *rawData, int rawDataLen, bool ofStatistics,
     structure.references = met.references;
     structure.copied = structure.holds && copy.whole;
     if (structure.copied)
-        endCopy(copy);
+        endCopy(area, copy);
     else if (areaSize > 0)
         wipeCopy(area, areaSize, copy);
     return structure;

@@ -1,4 +1,4 @@
-/* The public header alone, as C99. */
-#include "rixstats.h"
+/* The public headers alone, as C99. */
+#include "rixstats_ext.h"
 
 int (*const headerIsC)(int, RIX_GatewayToken_t *, char **) = openGatewayConnection;

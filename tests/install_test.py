@@ -119,7 +119,8 @@ class Installation(unittest.TestCase):
         return [build / f"with_{library}" for library in ("rixstats", "rixstats_static")]
 
     def test_archive_gives_the_calls_and_nothing_else(self):
-        declared = set(re.findall(r"^RIXSTATS_API int (\w+)\(", (PREFIX / "include/rixstats.h").read_text(), re.M))
+        headers = "".join((PREFIX / "include" / name).read_text() for name in ("rixstats.h", "rixstats_ext.h"))
+        declared = set(re.findall(r"^RIXSTATS_API .*?(\w+)\(", headers, re.M))
         symbols = re.findall(r" (\w) (\w+)$", run("nm", "--extern-only", ARCHIVE), re.M)
         self.assertEqual(declared, {name for kind, name in symbols if kind not in "Uw"})
         # No C++ library is needed.

@@ -3,6 +3,7 @@
 
 library_test.py SOURCE-DIRECTORY LIBRARY FIRST-PROGRAM SIMULATOR C-COMPILER
 """
+import ctypes
 import pathlib
 import re
 import subprocess
@@ -12,6 +13,7 @@ import unittest
 
 SOURCE, LIBRARY, FIRST_PROGRAM, SIMULATOR, COMPILER = sys.argv[1:6]
 HEADER = (pathlib.Path(SOURCE) / "include/rixstats.h").read_text()
+EXTENSIONS = (pathlib.Path(SOURCE) / "include/rixstats_ext.h").read_text()
 
 
 def output_of(*command):
@@ -19,13 +21,24 @@ def output_of(*command):
 
 
 class Library(unittest.TestCase):
-    def test_exports_the_declared_calls_and_nothing_else(self):
-        declared = set(re.findall(r"^RIXSTATS_API int (\w+)\(", HEADER, re.M))
+    def test_exports_the_declared_calls_each_under_its_version_and_nothing_else(self):
+        declared = {f"{call}@@{version}" for version, header in (("RIXSTATS_1.1", HEADER), ("RIXSTATS_1.2", EXTENSIONS))
+                    for call in re.findall(r"^RIXSTATS_API .*?(\w+)\(", header, re.M)}
         symbols = [line.split() for line in output_of("nm", "-D", "--defined-only", LIBRARY).splitlines()]
-        # The version node itself is listed as an absolute symbol.
-        exported = {name.split("@")[0] for _, kind, name in symbols if kind != "A"}
-        self.assertEqual(23, len(declared))
-        self.assertEqual(declared, exported)
+        # The version nodes themselves are listed as absolute symbols.
+        self.assertEqual(23 + 5, len(declared))
+        self.assertEqual(declared, {name for _, kind, name in symbols if kind != "A"})
+
+    def test_tells_each_code_as_the_headers_do(self):
+        library = ctypes.CDLL(LIBRARY)
+        library.rixCodeName.restype = library.rixCodeText.restype = ctypes.c_char_p
+        codes = re.findall(r"^    (STAPI_\w+) = (-?\d+),? +/\* (.*?) \*/", HEADER + EXTENSIONS, re.M)
+        self.assertEqual(37, len(codes))
+        for name, number, text in codes:
+            told = library.rixCodeName(int(number)), library.rixCodeText(int(number))
+            self.assertEqual((name.encode(), text.encode()), told)
+        for number in (1, -1, -99, -112, -140, 2**31 - 1, -2**31):
+            self.assertEqual(b"unknown", library.rixCodeName(number), number)
 
     def test_needs_libc_alone(self):
         dynamic = output_of("readelf", "-d", LIBRARY)

@@ -16,12 +16,12 @@ import tempfile
 import unittest
 
 SOURCE, RIXSTAT, RIXGWSIM, CC, CXX = pathlib.Path(sys.argv[1]), *sys.argv[2:6]
-HEADER = (SOURCE / "include/rixstats.h").read_text()
+HEADER = "".join((SOURCE / "include" / name).read_text() for name in ("rixstats.h", "rixstats_ext.h"))
 PAGES = {path.name[:-len(".scd")]: path.read_text() for path in sorted((SOURCE / "man").glob("*.scd"))}
 CALL_PAGES = {name: text for name, text in PAGES.items() if name.endswith(".3")}
 OPTION = r"--?[a-z][a-z-]*"
 COMPILERS = {"c": [CC, "-xc", "-std=c99"], "cpp": [CXX, "-xc++", "-std=c++17"]}
-FRAGMENT_HEADERS = {"c": ["rixstats.h"], "cpp": ["rixstats.hpp", "iostream", "sstream", "catalogue_file.h"]}
+FRAGMENT_HEADERS = {"c": ["rixstats_ext.h"], "cpp": ["rixstats.hpp", "iostream", "sstream", "catalogue_file.h"]}
 
 
 def section(page, title):
@@ -39,17 +39,17 @@ def synopsis(page):
 
 
 def prototypes(text):
-    return {re.sub(r"\s+", " ", found) for found in re.findall(r"^(?:RIXSTATS_API )?(int \w+\([^;]*\);)", text, re.M)}
+    return {re.sub(r"\s+", " ", found) for found in re.findall(r"^(?:RIXSTATS_API )?((?:int |const char \*)\w+\([^;]*\);)", text, re.M)}
 
 
 def calls_of(page):
-    return {re.match(r"int (\w+)", prototype)[1] for prototype in prototypes(synopsis(page))}
+    return {re.search(r"(\w+)\(", prototype)[1] for prototype in prototypes(synopsis(page))}
 
 
 def codes_of_calls():
     """The codes that the header lists for each call, in the comment before it and in the one that opens its section."""
     codes, family, own = {}, "", ""
-    for comment, call in re.findall(r"/\*(.*?)\*/|^RIXSTATS_API int (\w+)", HEADER, re.M | re.S):
+    for comment, call in re.findall(r"/\*(.*?)\*/|^RIXSTATS_API .*?(\w+)\(", HEADER, re.M | re.S):
         if comment.startswith(" ----"):
             family, own = comment, ""
         elif comment:

@@ -2,6 +2,8 @@
 // for before: each process notices that it is another one.
 #include "gateway_fixture.h"
 
+#include <atomic>
+
 namespace {
 
 using namespace apitest;
@@ -74,6 +76,72 @@ TEST_F(ForkTest, NeitherAChildNorItsChildMayUseAConnectionThatWasOpenedBefore)
     });
     EXPECT_EQ(0, wrong) << "calls in a child and its child";
     EXPECT_EQ(0, countUnlike(STAPI_OK, ours)) << "the parent's own";
+}
+
+// Its requests would come between those of the parent, and a socket that it shut down would be shut in both.
+TEST_F(ForkTest, AChildClosesWhatItInheritedWithoutAWordToTheGateway)
+{
+    start();
+    const Pair ours = openPair();
+    const std::size_t requests = simulator->requests().size();
+    const int wrong = inChild([&] {
+        const std::ptrdiff_t before = countDescriptors();
+        RIX_GatewayToken_t token = ours.ids.token;
+        int count = closeGatewayConnection(&token) != STAPI_OK || token != nullptr;
+        count += closeAllGatewayConnections() != STAPI_OK;
+        return -count - static_cast<int>(countDescriptors() != before - 2);
+    });
+    EXPECT_EQ(0, wrong);
+    EXPECT_EQ(requests, simulator->requests().size());
+    EXPECT_EQ(0, countUnlike(STAPI_OK, ours)) << "the parent's own";
+}
+
+// Also while other threads query, close and trace. (Not while they open: the C library's resolver has locks of its own.)
+TEST_F(ForkTest, AChildForkedAtAnyMomentOpensItsOwnAndClosesAll)
+{
+    start();
+    const int port = simulator->port();
+    const auto opened = [port] {
+        RIX_GatewayToken_t token = nullptr;
+        char *text = nullptr;
+        EXPECT_EQ(STAPI_OK, openGatewayConnection(port, &token, &text));
+        return token;
+    };
+    std::atomic<int> ready{0}, failures{0};
+    std::atomic<bool> end{false};
+    std::vector<std::thread> users;
+    for (int i = 0; i < 4; i++)
+        users.emplace_back([&] {
+            RIX_GatewayToken_t tokens[50];
+            for (RIX_GatewayToken_t &token : tokens)
+                token = opened();
+            for (++ready; ready < 5;)
+                std::this_thread::yield();
+            for (RIX_GatewayToken_t &token : tokens) {
+                RIX_ResultSetToken_t stats = nullptr;
+                for (int query = 0; query < 10 && !end; query++)
+                    failures += getStats(token, &stats) != STAPI_OK;
+                failures += closeGatewayConnection(&token) != STAPI_OK;
+            }
+        });
+    while (ready < 4)
+        std::this_thread::yield();
+    EXPECT_EQ(STAPI_OK, setAPITraceFile("/dev/null"));
+    EXPECT_EQ(STAPI_OK, setAPITraceLevel(4));
+    ++ready;
+    for (int i = 0; i < 40; i++)
+        EXPECT_EQ(0, inChild([&] {
+                      alarm(20); // ends a child that waits for a lock
+                      RIX_ResultSetToken_t stats = nullptr;
+                      int count = dumpState() != STAPI_OK;
+                      count += getStats(opened(), &stats) != STAPI_OK;
+                      count += closeAllGatewayConnections() != STAPI_OK;
+                      return -count;
+                  }));
+    end = true;
+    for (std::thread &user : users)
+        user.join();
+    EXPECT_EQ(0, failures) << "the parent's threads are disturbed by nothing";
 }
 
 } // namespace

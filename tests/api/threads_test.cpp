@@ -2,6 +2,8 @@
 // everybody tracing to one file. Meant for the thread sanitizer as much as for its own expectations.
 #include "gateway_fixture.h"
 
+#include "rixstats_ext.h"
+
 #include <atomic>
 #include <cstdlib>
 #include <future>
@@ -122,6 +124,60 @@ TEST_F(Threads, ASilentGatewayDelaysOnlyTheThreadThatClosesItsConnection)
     end.set_value();
     closer.join();
     EXPECT_FALSE(readStats(ask(kStats)).empty());
+}
+
+// Watchdogs that close whatever handle they saw last, however late, beside owners with time limits of their own, at a
+// gateway that is slow now and then. Whoever opened a connection since is not met: its queries fail only if its own
+// handle was closed.
+TEST_F(Threads, SixtyFourOwnersAndTheirWatchdogs)
+{
+    rixgwsim::Options options = smallOptions();
+    options.recordRequests = false;
+    options.scenario.rules = {{{1, 0, 7}, {}, {2, 0, 3}, rixgwsim::FaultKind::delay, 40}};
+    start(options);
+    constexpr int OWNERS = 64;
+    struct Slot
+    {
+        std::atomic<RIX_GatewayToken_t> handle{nullptr};
+        std::atomic<bool> closed{false};
+    } slots[OWNERS];
+    std::atomic<bool> end{false};
+    std::atomic<int> strangersMet{0};
+    std::vector<std::thread> owners, watchdogs;
+    for (Slot &slot : slots)
+        owners.emplace_back([&] {
+            EXPECT_EQ(STAPI_OK, rixSetTimeLimit(20));
+            for (int round = 0; round < 12; round++) {
+                RIX_GatewayToken_t own = nullptr;
+                char *text = nullptr;
+                if (openGatewayConnection(simulator->port(), &own, &text) != STAPI_OK) continue; // a busy machine
+                slot.closed = false;
+                slot.handle = own;
+                RIX_ResultSetToken_t stats = nullptr;
+                int rc = STAPI_OK;
+                for (int query = 0; query < 8 && rc == STAPI_OK; query++)
+                    rc = getStats(own, &stats);
+                if (rc != STAPI_OK && rc != STAPI_TIME_LIMIT_REACHED && !slot.closed) ++strangersMet;
+                closeGatewayConnection(&own);
+            }
+        });
+    for (int i = 0; i < 4; i++)
+        watchdogs.emplace_back([&, i] {
+            for (int step = i; !end; step++) {
+                Slot &slot = slots[step % OWNERS];
+                RIX_GatewayToken_t late = slot.handle;
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+                if (late == nullptr) continue;
+                if (slot.handle == late) slot.closed = true; // before the owner can notice
+                closeGatewayConnection(&late);
+            }
+        });
+    for (std::thread &owner : owners)
+        owner.join();
+    end = true;
+    for (std::thread &watchdog : watchdogs)
+        watchdog.join();
+    EXPECT_EQ(0, strangersMet);
 }
 
 // Every line of a trace is whole: a header, a line of the fixed layout, or a line of a dump.

@@ -39,6 +39,13 @@ TEST(CallsDeathTest, EveryFailingCallIsToldByItsCodeAndLeavesNothing)
         expectSweep("open 0, query 0, close 0", interrupted, {EINTR}, 7);
 }
 
+// Who sets no limit pays nothing for those of others: no wait and no look at a clock that was not there before.
+TEST(CallsDeathTest, WithoutATimeLimitThereIsNoNewCall)
+{
+    for (const char *const call : {"poll", "clock_gettime"})
+        EXPECT_EQ("", sweep(kIdsByGroup, {call, EBADF, 1})) << call << " is called";
+}
+
 using LateCloseTest = GatewayTest;
 
 TEST_F(LateCloseTest, BehindTheWholeAnswerEndsTheQueryAndIsTold)

@@ -15,7 +15,8 @@
 namespace fault {
 
 // Calls number nth to nth + times - 1 of one kind fail with an errno (0: send and recv return 0). The kind is the call's
-// name, "allocate" for malloc, calloc and realloc, or "SO_ERROR" for the pending error that getsockopt delivers.
+// name, "allocate" for malloc, calloc, realloc, mmap and mremap, or "SO_ERROR" for the pending error that getsockopt
+// delivers.
 struct Injection
 {
     std::string_view call;

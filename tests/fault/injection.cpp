@@ -4,10 +4,13 @@
 #include "stapi_rix_gwytok.h"
 
 #include <netdb.h>
+#include <poll.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 
 namespace fault {
 
@@ -66,6 +69,8 @@ DIVERT(int, socket, -1, (int family, int type, int protocol), (family, type, pro
 DIVERT(int, setsockopt, -1, (int desc, int level, int name, const void *value, socklen_t size),
        (desc, level, name, value, size))
 DIVERT(int, ioctl, -1, (int desc, unsigned long request, void *argument), (desc, request, argument))
+DIVERT(int, poll, -1, (struct pollfd * descs, nfds_t count, int timeout), (descs, count, timeout))
+DIVERT(int, clock_gettime, -1, (clockid_t clock, struct timespec *now), (clock, now))
 DIVERT(int, connect, -1, (int desc, const sockaddr *address, socklen_t size), (desc, address, size))
 DIVERT(ssize_t, send, errno == 0 ? 0 : -1, (int desc, const void *data, size_t size, int flags),
        (desc, data, size, flags))
@@ -124,6 +129,33 @@ ALLOCATE(malloc, 0, (size_t size), (size))
 ALLOCATE(calloc, 0, (size_t count, size_t size), (count, size))
 ALLOCATE(realloc, block != nullptr, (void *block, size_t size), (block, size))
 RELEASE(free, void)
+
+// Of mappings those that replies and result sets are in count, which are large.
+constexpr size_t kLeastMapping = 1 << 20;
+
+void *__real_mmap(void *, size_t, int, int, int, off_t);
+void *__wrap_mmap(void *place, size_t size, int protection, int flags, int desc, off_t offset)
+{
+    if (size < kLeastMapping) return __real_mmap(place, size, protection, flags, desc, offset);
+    if (fails("allocate")) return MAP_FAILED;
+    void *const made = __real_mmap(place, size, protection, flags, desc, offset);
+    liveBlocks += made != MAP_FAILED;
+    return made;
+}
+
+void *__real_mremap(void *, size_t, size_t, int, ...);
+void *__wrap_mremap(void *block, size_t size, size_t newSize, int flags)
+{
+    return fails("allocate") ? MAP_FAILED : __real_mremap(block, size, newSize, flags);
+}
+
+int __real_munmap(void *, size_t);
+int __wrap_munmap(void *block, size_t size)
+{
+    liveBlocks -= size >= kLeastMapping;
+    return __real_munmap(block, size);
+}
+
 RELEASE(freeaddrinfo, addrinfo)
 
 } // extern "C"

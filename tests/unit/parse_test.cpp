@@ -22,15 +22,19 @@ struct Parsed
     int rc;
     int length;       // of the buffer, after the parse
     std::string area; // its bytes with the spare ones; empty if there is no buffer any more
+    size_t shown;     // what a copy needs of them
 };
 
 Parsed parse(Parser parser, const std::string &callData, int length = RESULT_SET_SIZE)
 {
     const auto raw = exactCopy(callData);
     char *area = newResultSetArea(length);
-    Parsed parsed = {parser(raw.get(), static_cast<int>(callData.size()), &area, &length), length, {}};
-    if (area != nullptr) parsed.area.assign(area, static_cast<size_t>(length) + RESULT_SET_SPARE);
-    free(area);
+    Parsed parsed = {parser(raw.get(), static_cast<int>(callData.size()), &area, &length), length, {}, 0};
+    if (area != nullptr) {
+        parsed.area.assign(area, static_cast<size_t>(length) + RESULT_SET_SPARE);
+        parsed.shown = resultSetShown(area);
+    }
+    freeResultSetArea(area);
     return parsed;
 }
 
@@ -39,6 +43,7 @@ void expectResultSet(const Parsed &parsed, std::string expected)
 {
     ASSERT_EQ(parsed.rc, STAPI_OK);
     ASSERT_GE(static_cast<size_t>(parsed.length), expected.size());
+    EXPECT_EQ(parsed.shown, expected.size() + RESULT_SET_SPARE);
     expected.resize(parsed.area.size(), '\0');
     const auto difference = std::mismatch(expected.begin(), expected.end(), parsed.area.begin());
     EXPECT_TRUE(parsed.area == expected) << "at byte " << difference.first - expected.begin();

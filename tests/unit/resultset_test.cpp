@@ -1,8 +1,12 @@
 // Result sets in memory: the writers of their words, and the walks of the iterators' workers.
 #include "gateway_fixture.h"
+#include "stapi_rix_flowarea.h"
 #include "stapi_rix_impl.h"
 #include "stapi_rix_resultsetbuffer.h"
 #include "unit_support.h"
+
+#include <algorithm>
+#include <sys/mman.h>
 
 using namespace rixstats;
 using namespace unit;
@@ -53,6 +57,54 @@ TEST(ResultSetWalk, DeliversEveryElementAndItemByFirstOrNextAlike)
         set.rsBuffPtr = set.cursor = buffer.get();
         for (const auto first : {getNextStatInternal, getFirstStatInternal, getFirstStatInternal})
             EXPECT_EQ(apitest::walk<RIX_StatData_t>(&set, first, getNextStatInternal), expected);
+    }
+}
+
+// Pages of the storage that take memory; -1 where it does not belong to the process any more.
+std::ptrdiff_t touchedPages(const char *storage, size_t size)
+{
+    const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE)), start = reinterpret_cast<uintptr_t>(storage);
+    std::vector<unsigned char> pages(size / page + 2);
+    void *const first = reinterpret_cast<void *>(start - start % page);
+    if (mincore(first, start % page + size, pages.data()) != 0) return -1;
+    return std::count_if(pages.begin(), pages.end(), [](unsigned char state) { return (state & 1) != 0; });
+}
+
+constexpr int LARGE_AREA = 29 << 20; // an allocator may keep so much
+
+TEST(ResultSetArea, CopyTakesTheMemoryOfTheResultSetNotOfTheArea)
+{
+    const std::string content = "RIXSTSET" + word(1) + counted("e") + word(0) + word(0) + TERMINATOR + "behind it";
+    Internal_ResultSetToken_t large = {};
+    large.owner = OWNER_USER;
+    large.rsBuffLen = LARGE_AREA;
+    large.rsBuffPtr = growResultSetArea(newResultSetArea(64), LARGE_AREA);
+    memset(large.rsBuffPtr, 'x', LARGE_AREA); // of an earlier answer
+    content.copy(large.rsBuffPtr, content.size());
+    setResultSetLength(large.rsBuffPtr, static_cast<int>(content.size()) - 9);
+    Internal_ResultSetToken_t *copy = nullptr, *ofCopy = nullptr;
+    ASSERT_EQ(copyResultSet(&large, &copy), STAPI_OK);
+    ASSERT_EQ(copyResultSet(copy, &ofCopy), STAPI_OK);
+    EXPECT_EQ(ofCopy->rsBuffLen, LARGE_AREA);
+    EXPECT_EQ(touchedPages(ofCopy->rsBuffPtr, LARGE_AREA), 1);
+    EXPECT_EQ(std::string(ofCopy->rsBuffPtr, content.size()), content); // a storage dump shows the rest of a line
+    EXPECT_EQ(freeResultSet(&copy), STAPI_OK);
+    EXPECT_EQ(freeResultSet(&ofCopy), STAPI_OK);
+    freeResultSetArea(large.rsBuffPtr);
+}
+
+// An allocator keeps memory of a size that has come before.
+TEST(ResultSetArea, LargeOnesAndThoseOfLargeRepliesGoBackToTheSystemEachTime)
+{
+    for (int i = 0; i < 3; i++) {
+        char *const reply = newReplyArea(LARGE_AREA);
+        memset(reply, 'x', LARGE_AREA);
+        freeFlowArea(reply);
+        EXPECT_EQ(touchedPages(reply, LARGE_AREA), -1);
+        char *const resultSet = growResultSetArea(growResultSetArea(newResultSetArea(64), LARGE_AREA / 2), LARGE_AREA);
+        memset(resultSet, 'x', LARGE_AREA);
+        freeResultSetArea(resultSet);
+        EXPECT_EQ(touchedPages(resultSet, LARGE_AREA), -1);
     }
 }
 

@@ -1,8 +1,13 @@
 // Bytes on the wire, flow headers that are refused, and the limits of the Gateway Token List.
+#include "stapi_rix_call.h"
+#include "stapi_rix_flowarea.h"
 #include "stapi_rix_gwytok.h"
 #include "stapi_rix_socketcomms.h"
 #include "unit_support.h"
 
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
 #include <vector>
 
 using namespace rixstats;
@@ -45,6 +50,39 @@ TEST(FlowHeader, WithMissingBytesOrANameOfAnotherLengthIsRefused)
         EXPECT_FALSE(populateHeader(in, "Admin", &record));
         EXPECT_EQ(record.messageId, 0);
     }
+}
+
+// A request that no socket buffer holds: the time limit ends the sending, and a peer that reads gets every byte.
+TEST(Flow, SendsWithinTheTimeLimit)
+{
+    for (const bool reads : {false, true}) {
+        int ends[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+        std::string got;
+        std::thread peer([&, reads] {
+            char piece[4096];
+            for (ssize_t size = 1; reads && size > 0;) {
+                size = recv(ends[1], piece, sizeof piece, 0);
+                got.append(piece, size > 0 ? static_cast<size_t>(size) : 0);
+            }
+        });
+        constexpr int SIZE = 4 << 20;
+        char *data = newRequestArea(SIZE);
+        GatewayRequest header = {};
+        ReasonCodes reasons = {};
+        ASSERT_EQ(rixSetTimeLimit(reads ? 2000 : 100), STAPI_OK);
+        const GatewayCall call;
+        EXPECT_EQ(flow(ends[0], SIZE, &data, "BASE", &header, &reasons), -1) << "there is no answer";
+        EXPECT_TRUE(callState.limitReached);
+        EXPECT_EQ(reasons.socketErrno, reads ? 0 : ETIMEDOUT) << "of the sending";
+        shutdown(ends[0], SHUT_RDWR);
+        peer.join();
+        EXPECT_EQ(got.size(), reads ? size_t{SIZE} : 0u);
+        freeFlowArea(data);
+        close(ends[0]);
+        close(ends[1]);
+    }
+    EXPECT_EQ(rixSetTimeLimit(0), STAPI_OK);
 }
 
 TEST(TokenList, IsSearchedForTwoHundredAndFiftySixStepsAndNotChangedWithoutATail)
