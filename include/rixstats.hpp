@@ -545,9 +545,10 @@ private:
     // Says good-bye and does not wait for an answer: nobody has asked for the wait, or could be told how it ended.
     void leave() noexcept
     {
-        if (current.token == nullptr) return;
+        opened last = std::exchange(current, {});
+        if (last.token == nullptr) return;
         const detail::scoped_time_limit limited(1);
-        closeGatewayConnection(&current.token);
+        closeGatewayConnection(&last.token);
     }
 
     template <typename Item, typename Call, typename... Text>

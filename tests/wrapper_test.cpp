@@ -140,9 +140,15 @@ void silentGatewayHoldsNobodyUp(int port)
     const std::error_code failure = gateway.statistics().status();
     CHECK(failure == std::errc::timed_out && failure == STAPI_TIME_LIMIT_REACHED && !gateway.is_open());
     CHECK(rixstats::last_failure().step == RIX_STEP_QUERY);
-    rixstats::connection left;
-    CHECK(!left.open(port));
-    left = rixstats::connection(); // does not wait, as the alarm would tell
+    {
+        rixstats::connection left;
+        CHECK(!left.open(port));
+    } // does not wait, as the alarm would tell
+    rixstats::connection closed;
+    CHECK(!closed.open(port));
+    RIX_GatewayToken_t handle = closed.handle();
+    CHECK(closeGatewayConnection(&handle) == STAPI_OK && closed.is_open());
+    CHECK(closed.open(0) == STAPI_BAD_PORT && !closed.is_open());
     int limit = -1;
     CHECK(rixGetTimeLimit(&limit) == STAPI_OK && limit == 0);
 }

@@ -7,6 +7,7 @@
 
 #include <rixstats_ext.h>
 
+#include <algorithm>
 #include <chrono>
 #include <optional>
 
@@ -89,12 +90,13 @@ void Examination::run()
 void Examination::addOpening(const std::vector<TraceLine> &trace, const std::string &version)
 {
     int start = timeOf(trace, openingBegins).value_or(trace.empty() ? 0 : trace.front().milliseconds);
+    const int failed = failure ? std::min<int>(failure->libraryStep, RIX_STEP_VERSION) : RIX_STEP_CLOSE;
     bool over = false;
     for (const Step &step : openingSteps) {
         const std::optional<int> end = timeOf(trace, step.lastPoint);
         if (over) {
             rows.push_back(rowOf(step.name, "not tried", "", ""));
-        } else if (failure && failure->libraryStep <= step.number) {
+        } else if (failed <= step.number) {
             over = true;
             const std::string duration = trace.empty() ? "" : between(start, trace.back().milliseconds);
             rows.push_back(rowOf(step.name, "failed", duration, advice()));

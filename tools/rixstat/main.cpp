@@ -2,8 +2,8 @@
 //
 // Each concern has its file. The way in: command_line, config, commands (the table of commands). What commands do:
 // show (groups, ids, get, dump, version), watch, ping, doctor. Towards the gateway: session, selection, codes (failures
-// in words), trace. Towards the user: interrupt (signals), document (rows and fields), viewer (what all share), write_* (one file for each output form), table, screen, series,
-// number, text, output.
+// in words), trace. Towards the user: interrupt (signals), document (rows and fields), viewer (what all share), write_*
+// (one file for each output form), table, screen, series, number, text, output.
 #include "codes.h"
 #include "command_line.h"
 #include "interrupt.h"
