@@ -79,9 +79,10 @@ std::string problemOfTraceFile(const Settings &settings)
 
 KeptTrace::KeptTrace(const Settings &given) : settings(given)
 {
-    if (settings.traceLevel >
-        0) // before the library closes it: the reader of a pipe must not see an end between the two
-        target = settings.traceFile.empty() ? STDERR_FILENO : open(fileName(settings), O_WRONLY | O_APPEND | O_CLOEXEC);
+    // Before the library closes it: the reader of a pipe must not see an end between the two.
+    if (settings.traceLevel > 0 && settings.traceFile.empty()) target = STDERR_FILENO;
+    if (settings.traceLevel > 0 && !settings.traceFile.empty())
+        target = open(fileName(settings), O_WRONLY | O_APPEND | O_NONBLOCK | O_CLOEXEC);
     kept = memfd_create("rixstat trace", MFD_CLOEXEC);
     const std::string name = "/proc/self/fd/" + std::to_string(kept);
     if (kept >= 0 && setAPITraceFile(name.c_str()) == STAPI_OK)
