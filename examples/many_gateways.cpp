@@ -4,6 +4,7 @@
 // leaves the thread as a value.
 #include <rixstats.hpp>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdlib>
 #include <functional>
@@ -45,9 +46,10 @@ void visit(Report &report)
     const std::string host = report.gateway.substr(0, colon);
     const int port = colon == std::string::npos ? 2980 : std::atoi(report.gateway.c_str() + colon + 1);
     rixstats::connection connection;
+    connection.time_limit(std::chrono::seconds(5)); // a gateway that is silent must not hold up the others' report
     report.failure = connection.open(host, port);
     if (!report.failure) report.failure = ask(connection, report);
-} // closes the connection
+} // closes the connection, and does not wait for a gateway that is silent
 
 } // namespace
 

@@ -1,19 +1,21 @@
-// rixstats for C++17: types that release themselves, ranges and std::error_code over the calls of rixstats.h. All of it
-// is inline: there is nothing to link with but -lrixstats, and the C calls are all that it shares with the library. No
+// rixstats for C++17: types that release themselves, ranges and std::error_code over the calls of rixstats.h and
+// rixstats_ext.h. All of it is inline: there is nothing to link with but -lrixstats, and the C calls are all that it shares with the library. No
 // exception is needed or thrown, but for std::bad_alloc where a std::string is filled.
 //
 //     rixstats::connection gateway;
+//     gateway.time_limit(std::chrono::seconds(5));
 //     if (std::error_code failure = gateway.open("gw7", 2980)) return report(failure.message());
 //     auto workers = gateway.statistics_in_groups("Workers");
 //     for (const rixstats::statistic &s : workers)
 //         if (s.present()) std::cout << s.id << " = " << s.value << '\n';
 //     if (workers.status()) return report(workers.status().message()); // the query failed, or the walk
 //
-// rixstats.h is the whole truth: what it says of arguments, codes, threads, forks and waiting holds here. In short:
+// The two headers are the whole truth: what they say of arguments, codes, threads, forks and waiting holds here. In
+// short:
 //
 //  1. Codes. Every call that can fail returns a std::error_code of rixstats::category(), or an answer that carries one
-//     in status(). They compare with the codes of rixstats.h (failure == STAPI_COMMS_FAILURE) and, where the system
-//     has a word for it, with std::errc (failure == std::errc::connection_refused).
+//     in status(). They compare with the codes of the headers (failure == STAPI_COMMS_FAILURE) and, where the system
+//     has a word for it, with std::errc (failure == std::errc::timed_out). last_failure() tells more of the reason.
 //  2. Lifetime. The texts of items are views into the result set of the connection: they live until the next query on
 //     it, or its end, and so does the answer itself. answer::copy_to() makes a result_set that lives on, and whose
 //     views live as long as it does.
@@ -21,26 +23,34 @@
 //     by any thread, one at a time. No object of this header may be used by two threads at once: a watchdog that ends
 //     another thread's query is given handle() beforehand and calls closeGatewayConnection() on that.
 //  4. Ends. A query that ends its connection leaves the connection object closed: is_open() tells, open() starts anew.
-//     The handle is forgotten then, as the library may give the same one to the next connection.
-//  5. Forks. A connection object that a child process inherits does not close the parent's connection when it goes.
+//     An object that goes says good-bye to the gateway and does not wait for an answer; close() waits.
+//  5. Waiting. connection::time_limit() says how long each call of that connection may take. Without one the limit of
+//     the calling thread holds, as rixSetTimeLimit() has set it; a thread has none unless it asks for one.
+//  6. Forks. A child process cannot query a connection object that it inherits. Closing it there, or letting it go,
+//     leaves the parent's connection as it is.
 #ifndef RIXSTATS_HPP
 #define RIXSTATS_HPP
 
-#include "rixstats.h"
+#include "rixstats_ext.h"
 
-#include <unistd.h>
-
+#include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <iterator>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <system_error>
 #include <type_traits>
 #include <utility>
 
-// The codes of rixstats.h are std::error_codes wherever one is wanted.
+// The codes of the headers are std::error_codes wherever one is wanted.
 template <>
 struct std::is_error_code_enum<RIX_ReturnCode> : std::true_type
+{
+};
+template <>
+struct std::is_error_code_enum<RIX_ExtReturnCode> : std::true_type
 {
 };
 
@@ -50,67 +60,6 @@ namespace rixstats {
 
 namespace detail {
 
-struct code_text
-{
-    int code;
-    const char *name;
-    const char *text;
-};
-
-// Name and number come from the enumerator, so that they cannot drift apart.
-#define RIXSTATS_CODE(code) code, #code
-// clang-format off
-inline constexpr code_text code_texts[] = {
-    {-2, "no mutex", "no mutex to be had"}, // the one code without an enumerator
-    {RIXSTATS_CODE(STAPI_OK), "success"},
-    {RIXSTATS_CODE(STAPI_NULL_GATEWAY_TOKEN), "the gateway handle is null"},
-    {RIXSTATS_CODE(STAPI_GATEWAY_TOKEN_NOT_FOUND),
-     "no such open connection: never opened, closed, or ended by a failure"},
-    {RIXSTATS_CODE(STAPI_COMMS_FAILURE), "the connection to the gateway was lost and is closed now"},
-    {RIXSTATS_CODE(STAPI_NULL_ARGUMENT), "internal: a required argument of a routine of the library was null"},
-    {RIXSTATS_CODE(STAPI_BAD_TRACE_LEVEL), "trace level outside 0..5"},
-    {RIXSTATS_CODE(STAPI_NULL_PROTOCOL_VERSION_PTR), "protocolVersionPtr is null"},
-    {RIXSTATS_CODE(STAPI_NOT_USER_RESULT_SET), "only copies of result sets can be freed"},
-    {RIXSTATS_CODE(STAPI_BAD_PORT), "port outside 1..65535"},
-    {RIXSTATS_CODE(STAPI_NULL_GATEWAY_TOKEN_PTR), "the pointer to the gateway handle is null"},
-    {RIXSTATS_CODE(STAPI_NULL_OUTPUT_PTR), "a required output pointer is null"},
-    {RIXSTATS_CODE(STAPI_NO_RESULT_SET_BUFFER),
-     "the connection or result set has no data; the connection may have gone"},
-    {RIXSTATS_CODE(STAPI_NO_MEMORY), "memory could not be allocated, or the query's text is too long"},
-    {RIXSTATS_CODE(STAPI_END_OF_RESULTS), "no (further) item: the normal end of a walk"},
-    {RIXSTATS_CODE(STAPI_GTL_CORRUPT), "the list of connections is damaged, or 256 were closed and more may be left"},
-    {RIXSTATS_CODE(STAPI_BAD_RESULT_SET_OWNER), "internal: unknown kind of result-set owner"},
-    {RIXSTATS_CODE(STAPI_CONNECT_FAILED), "connecting failed, or the gateway refused the greeting or authorisation"},
-    {RIXSTATS_CODE(STAPI_UNRECOGNISED_CONTENT), "the result set does not hold what the call reads (ids, statistics)"},
-    {RIXSTATS_CODE(STAPI_LOCK_INIT_FAILED), "a lock could not be set up"},
-    {RIXSTATS_CODE(STAPI_GATEWAY_EXCHANGE_FAILED),
-     "an exchange with the gateway failed or was refused; connection closed"},
-    {RIXSTATS_CODE(STAPI_WRONG_PROCESS), "the connection or result set belongs to another process"},
-    {RIXSTATS_CODE(STAPI_WRONG_THREAD), "the connection or result set belongs to another thread"},
-    {RIXSTATS_CODE(STAPI_NULL_RESULT_SET_PTR), "the pointer to the result-set handle is null"},
-    {RIXSTATS_CODE(STAPI_NULL_QUERY_STRING), "the query text is null"},
-    {RIXSTATS_CODE(STAPI_NULL_RESULT_SET_TOKEN), "the result-set handle is null"},
-    {RIXSTATS_CODE(STAPI_NULL_ID_DATA_PTR), "idDataPtr is null"},
-    {RIXSTATS_CODE(STAPI_NULL_STAT_DATA_PTR), "statDataPtr is null"},
-    {RIXSTATS_CODE(STAPI_TRACE_FILE_OPEN_FAILED), "the trace file could not be opened, or its name is too long"},
-    {RIXSTATS_CODE(STAPI_NO_IDS_FOR_QUERY), "the result set holds no identifier for a query text"},
-    {RIXSTATS_CODE(STAPI_HOST_NOT_FOUND), "the host name could not be resolved"},
-    {RIXSTATS_CODE(STAPI_NULL_HOSTNAME), "hostname is null"},
-    {RIXSTATS_CODE(STAPI_CONNECT_TIMED_OUT), "no answer to the TCP connect within 60 seconds"},
-    {RIXSTATS_CODE(STAPI_CONNECTION_REFUSED), "nothing listens on that host and port"},
-    {RIXSTATS_CODE(STAPI_NETWORK_UNREACHABLE), "there is no route to the host's network"},
-};
-// clang-format on
-#undef RIXSTATS_CODE
-
-inline const code_text &text_of(int code) noexcept
-{
-    static constexpr code_text unknown = {0, "unknown code", "a code that this release of rixstats.hpp does not know"};
-    for (const code_text &known : code_texts)
-        if (known.code == code) return known;
-    return unknown;
-}
-
 class code_category final : public std::error_category
 {
 public:
@@ -118,14 +67,13 @@ public:
 
     std::string message(int code) const override
     {
-        const code_text &known = text_of(code);
-        return std::string(known.text) + " (" + known.name + ", " + std::to_string(code) + ")";
+        return std::string(rixCodeText(code)) + " (" + rixCodeName(code) + ", " + std::to_string(code) + ")";
     }
 
     std::error_condition default_error_condition(int code) const noexcept override
     {
         if (code == STAPI_CONNECTION_REFUSED) return std::errc::connection_refused;
-        if (code == STAPI_CONNECT_TIMED_OUT) return std::errc::timed_out;
+        if (code == STAPI_CONNECT_TIMED_OUT || code == STAPI_TIME_LIMIT_REACHED) return std::errc::timed_out;
         if (code == STAPI_NETWORK_UNREACHABLE) return std::errc::network_unreachable;
         if (code == STAPI_NO_MEMORY) return std::errc::not_enough_memory;
         return {code, *this};
@@ -150,11 +98,20 @@ inline std::error_code error(int code) noexcept
 // The name of a code: "STAPI_BAD_PORT".
 inline const char *code_name(int code) noexcept
 {
-    return detail::text_of(code).name;
+    return rixCodeName(code);
 }
 inline const char *code_name(const std::error_code &code) noexcept
 {
     return code_name(code.value());
+}
+
+// Of the calling thread's last call that failed: at which step, with which errno and codes of the gateway.
+inline RIX_Failure_t last_failure() noexcept
+{
+    RIX_Failure_t failure = {};
+    failure.size = sizeof failure;
+    rixGetLastFailure(&failure);
+    return failure;
 }
 
 // A zero-terminated text that a call is given: a literal or a std::string. Null is passed on, and refused by the call.
@@ -476,42 +433,78 @@ std::error_code answer<Item>::copy_to(result_set &copy) const noexcept
 
 // ---- Connections -----------------------------------------------------------------------------------------------
 
+namespace detail {
+
+// The time limit of the calling thread, for as long as this lives. 0: the thread's own stays.
+class scoped_time_limit
+{
+public:
+    explicit scoped_time_limit(int milliseconds) noexcept
+        : changed(milliseconds != 0 && rixGetTimeLimit(&before) == STAPI_OK)
+    {
+        if (changed) rixSetTimeLimit(milliseconds);
+    }
+    ~scoped_time_limit()
+    {
+        if (changed) rixSetTimeLimit(before);
+    }
+    scoped_time_limit(const scoped_time_limit &) = delete;
+    scoped_time_limit &operator=(const scoped_time_limit &) = delete;
+
+private:
+    int before = 0;
+    bool changed;
+};
+
+} // namespace detail
+
 // One connection to a gateway, closed when the object goes.
 class connection
 {
 public:
     connection() noexcept = default;
-    connection(connection &&other) noexcept : current(std::exchange(other.current, {})) {}
+    connection(connection &&other) noexcept : current(std::exchange(other.current, {})), limit(other.limit) {}
     connection &operator=(connection &&other) noexcept
     {
         if (this == &other) return *this;
-        close();
+        leave();
         current = std::exchange(other.current, {});
+        limit = other.limit;
         return *this;
     }
-    ~connection() { close(); }
+    ~connection() { leave(); }
 
-    // Closes what is open and opens a connection that belongs to the calling thread.
+    // How long each call of this connection may take as a whole: open(), a query, close(). Holds for the calls to come,
+    // also where the connection is opened again. 0, as at the start: the limit of the calling thread holds.
+    std::error_code time_limit(std::chrono::milliseconds longest) noexcept
+    {
+        if (longest.count() < 0) return error(STAPI_BAD_TIME_LIMIT);
+        using count = std::chrono::milliseconds::rep;
+        limit = static_cast<int>(std::min<count>(longest.count(), std::numeric_limits<int>::max()));
+        return {};
+    }
+    std::chrono::milliseconds time_limit() const noexcept { return std::chrono::milliseconds(limit); }
+
+    // Leaves what is open, as the end of the object does, and opens a connection that belongs to the calling thread.
     [[nodiscard]] std::error_code open(text host, int port) noexcept
     {
-        close();
-        opened fresh;
-        const int code = openRemoteGatewayConnection(host.c_str(), port, &fresh.token, &fresh.version);
-        return keep(code, fresh);
+        leave();
+        const detail::scoped_time_limit limited(limit);
+        return error(openRemoteGatewayConnection(host.c_str(), port, &current.token, &current.version));
     }
     [[nodiscard]] std::error_code open(int port) noexcept // on this host
     {
-        close();
-        opened fresh;
-        const int code = openGatewayConnection(port, &fresh.token, &fresh.version);
-        return keep(code, fresh);
+        leave();
+        const detail::scoped_time_limit limited(limit);
+        return error(openGatewayConnection(port, &current.token, &current.version));
     }
 
     // Says good-bye to the gateway and waits for its answer. Success also where nothing is open.
     std::error_code close() noexcept
     {
         opened last = std::exchange(current, {});
-        if (last.token == nullptr || last.process != getpid()) return {};
+        if (last.token == nullptr) return {};
+        const detail::scoped_time_limit limited(limit);
         return error(closeGatewayConnection(&last.token));
     }
 
@@ -547,32 +540,35 @@ private:
     {
         RIX_GatewayToken_t token = nullptr;
         char *version = nullptr;
-        pid_t process = 0; // that may close it
     };
 
-    std::error_code keep(int code, opened fresh) noexcept
+    // Says good-bye and does not wait for an answer: nobody has asked for the wait, or could be told how it ended.
+    void leave() noexcept
     {
-        fresh.process = getpid();
-        if (code == STAPI_OK) current = fresh;
-        return error(code);
+        opened last = std::exchange(current, {});
+        if (last.token == nullptr) return;
+        const detail::scoped_time_limit limited(1);
+        closeGatewayConnection(&last.token);
     }
 
     template <typename Item, typename Call, typename... Text>
     answer<Item> query(Call call, Text... elements) noexcept
     {
         RIX_ResultSetToken_t set = nullptr;
+        const detail::scoped_time_limit limited(limit);
         const int code = call(current.token, elements..., &set);
-        if (code == STAPI_COMMS_FAILURE || code == STAPI_GATEWAY_EXCHANGE_FAILED ||
+        if (code == STAPI_COMMS_FAILURE || code == STAPI_GATEWAY_EXCHANGE_FAILED || code == STAPI_TIME_LIMIT_REACHED ||
             code == STAPI_GATEWAY_TOKEN_NOT_FOUND)
             current = {};
         return {set, code};
     }
 
     opened current;
+    int limit = 0; // milliseconds
 };
 
-// Closes every connection of the process, whichever thread opened it. Connection objects do not learn of it: forget()
-// each, or let a query find out, before connections are opened again.
+// Closes every connection of the process, whichever thread opened it. No other thread may be reading an answer. The
+// connection objects find out at their next query (STAPI_GATEWAY_TOKEN_NOT_FOUND).
 inline std::error_code close_all() noexcept
 {
     return error(closeAllGatewayConnections());
@@ -606,8 +602,12 @@ inline std::error_code dump_state() noexcept
 
 } // namespace rixstats
 
-// Found wherever a code of rixstats.h becomes a std::error_code.
+// Found wherever a code of the headers becomes a std::error_code.
 inline std::error_code make_error_code(RIX_ReturnCode code) noexcept
+{
+    return rixstats::error(code);
+}
+inline std::error_code make_error_code(RIX_ExtReturnCode code) noexcept
 {
     return rixstats::error(code);
 }

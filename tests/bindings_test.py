@@ -7,7 +7,9 @@ A library built with a sanitizer cannot be loaded by an interpreter that is not:
 """
 import os
 import pathlib
+import pickle
 import re
+import signal
 import subprocess
 import sys
 import tempfile
@@ -60,17 +62,19 @@ def run(*command, **options):
 
 class Wrapper(unittest.TestCase):
     def test_with_and_without_exceptions(self):
+        scenario = "connection 2 query 1 exception\nconnection 4 query 1 delay 60s\nconnection 5 flow 6 delay 60s\n"
         for program in WRAPPERS:
-            with Simulator(catalogue=CATALOGUE, scenario="connection 2 query 1 exception\n") as gateway:
+            with Simulator(catalogue=CATALOGUE, scenario=scenario) as gateway:
                 result = run(program, gateway.port)
             self.assertEqual((0, "", ""), (result.returncode, result.stderr, gateway.complaints))
 
     def test_codes_are_those_of_the_header(self):
-        codes = re.findall(r"(STAPI_\w+) = (-?\d+),?\s+/\* (.*?) \*/", (SOURCE / "include/rixstats.h").read_text())
+        headers = "".join((SOURCE / "include" / name).read_text() for name in ("rixstats.h", "rixstats_ext.h"))
+        codes = re.findall(r"(STAPI_\w+) = (-?\d+),?\s+/\* (.*?) \*/", headers)
         told = run(WRAPPERS[0], "codes", input=" ".join(number for _, number, _ in codes)).stdout
         self.assertEqual([f"{name}\t{text} ({name}, {number})" for name, number, text in codes], told.splitlines())
-        self.assertEqual([(name, int(number), text) for name, number, text in codes],
-                         [(code.name, code, code.text) for code in Code if code != Code.NO_MUTEX])
+        self.assertEqual([(name, int(number)) for name, number, _ in codes],
+                         [(code.name, code) for code in Code if code != Code.NO_MUTEX])
 
 
 @needs_library
@@ -100,23 +104,95 @@ class Binding(unittest.TestCase):
 
     def test_threads_forks_and_all_connections(self):
         with Simulator() as gateway, gateway.connect() as connection:
-            failures = []
-            thread = threading.Thread(
-                target=lambda: failures.append(self.assert_fails(Code.STAPI_WRONG_THREAD, connection.ids)))
-            thread.start()
-            thread.join(20)
-            self.assertEqual([None], failures)
+            answers = []
+            threads = [threading.Thread(target=lambda: answers.append(connection.ids())) for _ in range(4)]
+            for thread in threads:
+                thread.start()
+            for thread in threads:
+                thread.join(20)
+            self.assertEqual(4, len(answers))
             child = os.fork()
             if child == 0:
-                connection.close()
-                os._exit(0)
-            os.waitpid(child, 0)
+                try:
+                    connection.ids()
+                except rixstats.Error as error:
+                    connection.close()
+                    os._exit(0 if error.code == Code.STAPI_WRONG_PROCESS else 1)
+            self.assertEqual(0, os.waitpid(child, 0)[1])
             connection.ids()
             with self.assertWarns(ResourceWarning):
                 gateway.connect()  # and left
             rixstats.close_all()
-            self.assert_fails(Code.STAPI_GATEWAY_TOKEN_NOT_FOUND, connection.ids)
+            self.assert_fails(Code.STAPI_NULL_GATEWAY_TOKEN, connection.ids)
             self.assertTrue(connection.closed)
+
+    def test_a_timeout_ends_the_wait_for_a_silent_gateway(self):
+        scenario = "connection 1 flow 4 delay 60s\nconnection 2 query 1 delay 60s\nconnection 3 flow 6 delay 60s\n"
+        with Simulator(scenario=scenario) as gateway:
+            def connect():
+                return rixstats.Connection("127.0.0.1", int(gateway.port), timeout=0.2)
+            with self.assertRaises(TimeoutError) as caught:
+                connect()
+            again = pickle.loads(pickle.dumps(caught.exception))
+            self.assertEqual((Code.STAPI_TIME_LIMIT_REACHED, rixstats.Step.VERSION), (again.code, again.failure.step))
+            connection = connect()
+            self.assertRaises(rixstats.TimedOut, connection.ids)
+            self.assertTrue(connection.closed)
+            connect().close()
+            self.assertRaises(ValueError, setattr, connection, "timeout", 0)
+            with gateway.connect() as patient:
+                patient.timeout = 20
+                patient.ids()
+
+    def run_against(self, gateway, program, *, until=None, how=signal.SIGINT):
+        """A program with a free hand: its status and what it wrote on standard error. Gets a signal once it has printed."""
+        process = subprocess.Popen([sys.executable, "-c", f"import rixstats\nport = {gateway.port}\n{program}"],
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        try:
+            if until is not None:
+                self.assertEqual(until + "\n", process.stdout.readline())
+                time.sleep(0.3)  # until it waits
+                process.send_signal(how)
+            _, complaints = process.communicate(timeout=20)
+            return process.returncode, complaints
+        finally:
+            process.kill()
+
+    def test_a_silent_gateway_holds_up_neither_the_end_of_a_program_nor_ctrl_c(self):
+        left = "connection = rixstats.Connection('127.0.0.1', port)\n"
+        with Simulator(scenario="connection every 1 flow 6 delay 60s\n") as gateway:
+            self.assertEqual((0, ""), self.run_against(gateway, left))
+            self.assertEqual((0, ""), self.run_against(gateway, left + "del connection\n"))
+            for wait in ("ids", "close"):
+                status, complaints = self.run_against(gateway, f"{left}print(1, flush=True)\nconnection.{wait}()\n", until="1")
+                self.assertEqual((-signal.SIGINT, 1), (status, complaints.count("KeyboardInterrupt")), complaints)
+        with Simulator(scenario="connection every 1 flow 3 delay 60s\n") as gateway:
+            status, complaints = self.run_against(gateway, "print(1, flush=True)\n" + left, until="1")
+            self.assertEqual((-signal.SIGINT, 1), (status, complaints.count("KeyboardInterrupt")), complaints)
+
+    def test_closing_all_does_not_take_an_answer_from_its_reader(self):
+        program = """if True:
+            import threading, time
+            make, reading, answers = rixstats._statistic, threading.Event(), []
+            def slowly(element, data):
+                if not reading.is_set():
+                    reading.set()
+                    time.sleep(0.5)
+                return make(element, data)
+            rixstats._statistic = slowly
+            def read():
+                with rixstats.Connection("127.0.0.1", port) as connection:
+                    answers.append(connection.statistics())
+            reader = threading.Thread(target=read)
+            reader.start()
+            reading.wait(20)
+            rixstats.close_all()
+            reader.join(20)
+            assert len(answers[0]) == 1000
+        """
+        catalogue = "group G\n" + "".join(f"text S{number} {'x' * 1000}\n" for number in range(1000))
+        with Simulator(catalogue=catalogue) as gateway:
+            self.assertEqual((0, ""), self.run_against(gateway, program))
 
     def test_another_thread_ends_a_query_that_waits(self):
         with Simulator(scenario="query 2 delay 30s\n") as gateway, gateway.connect() as connection:
@@ -195,6 +271,23 @@ class Programs(unittest.TestCase):
         self.assertEqual(1, asked.returncode, "one of them does not run")
         self.assertIn(f"127.0.0.1:{one.port}: 3 statistics (Requests 2, Empty 0, Workers 1)\n", asked.stdout)
         self.assertRegex(asked.stdout, r":1: .*STAPI_CONNECTION_REFUSED")
+
+    def test_long_running_goes_on_when_gateways_do_not(self):
+        programs = [[BUILD / "examples/long_running"], [BUILD / "examples/long_running_cpp"]]
+        if not SANITIZED:
+            programs.append([sys.executable, SOURCE / "examples/long_running.py"])
+        for program in programs:
+            with Simulator(scenario="connection 1 query 2 delay 60s\n") as silent, Simulator() as gateway:
+                ports = [silent.port, gateway.port, "1"]
+                watched = run(*program, "Requests_Received", "0.2", "5", *(f"127.0.0.1:{port}" for port in ports))
+                after = [re.findall(rf":{port}: (.*)", watched.stdout) for port in ports]
+            self.assertEqual((0, ""), (watched.returncode, watched.stderr))
+            for lines, kinds in zip(after, ("=L=/", "=////", "RR")):
+                patterns = {"=": r"Requests_Received = \d+", "/": r"Requests_Received \d+\.\d+/s",
+                            "L": ".*STAPI_TIME_LIMIT_REACHED", "R": ".*STAPI_CONNECTION_REFUSED"}
+                self.assertEqual(len(kinds), len(lines), watched.stdout)
+                for kind, line in zip(kinds, lines):
+                    self.assertRegex(line, patterns[kind], watched.stdout)
 
     def test_failing_gateway_meets_the_example_scenario(self):
         with Simulator(scenario=(SOURCE / "tools/simulator/example.scenario").read_text()) as gateway:

@@ -20,6 +20,7 @@ WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Werror"]
 EXAMPLE_PROGRAMS = [ # standard, compiler, example, its arguments
     ("c99", C_COMPILER, "first_program.c", "127.0.0.1 PORT"),
     ("c11", C_COMPILER, "watch_group.c", "127.0.0.1 PORT Requests 1 1"),
+    ("c99", C_COMPILER, "long_running.c", "Requests_Received 0.1 2 127.0.0.1:PORT"),
     ("c++17", CXX_COMPILER, "many_gateways.cpp", "127.0.0.1:PORT"),
 ]
 

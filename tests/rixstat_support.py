@@ -38,23 +38,28 @@ class SilentAfter:
 
     def __init__(self, port, replies):
         self.target, self.replies = int(port), replies
+        self.swallowed = threading.Event()
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.port = str(self.listener.getsockname()[1])
         threading.Thread(target=self.serve, daemon=True).start()
 
     def serve(self):
-        client, _ = self.listener.accept()
-        with client, socket.create_connection(("127.0.0.1", self.target)) as gateway:
-            client.settimeout(20)
-            gateway.settimeout(20)
-            for reply in range(1000):
-                request = client.recv(65536)
-                if not request:
-                    return
-                gateway.sendall(request)
-                answer = gateway.recv(65536)
-                if reply < self.replies:
-                    client.sendall(answer)
+        while True:
+            try:
+                client, _ = self.listener.accept()
+            except OSError: # the test is over
+                return
+            with client, socket.create_connection(("127.0.0.1", self.target)) as gateway:
+                client.settimeout(20)
+                gateway.settimeout(20)
+                while request := client.recv(65536):
+                    gateway.sendall(request)
+                    answer = gateway.recv(65536)
+                    self.replies -= 1
+                    if self.replies >= 0:
+                        client.sendall(answer)
+                    else:
+                        self.swallowed.set()
 
     def __enter__(self):
         return self

@@ -6,8 +6,10 @@
 #include <rixstats.hpp>
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -127,6 +129,30 @@ void failuresAreTold(rixstats::connection &gateway, int port)
     CHECK(!other.is_open() && gateway.is_open() && !gateway.statistics().status());
 }
 
+// The fourth connection of the scenario is silent when it is asked, the fifth one when it is told good-bye.
+void silentGatewayHoldsNobodyUp(int port)
+{
+    using std::chrono::milliseconds;
+    rixstats::connection gateway;
+    CHECK(gateway.time_limit(milliseconds(-1)) == STAPI_BAD_TIME_LIMIT && gateway.time_limit() == milliseconds(0));
+    CHECK(!gateway.time_limit(std::chrono::hours(1000)) && !gateway.open(port));
+    CHECK(!gateway.time_limit(milliseconds(200)));
+    const std::error_code failure = gateway.statistics().status();
+    CHECK(failure == std::errc::timed_out && failure == STAPI_TIME_LIMIT_REACHED && !gateway.is_open());
+    CHECK(rixstats::last_failure().step == RIX_STEP_QUERY);
+    {
+        rixstats::connection left;
+        CHECK(!left.open(port));
+    } // does not wait, as the alarm would tell
+    rixstats::connection closed;
+    CHECK(!closed.open(port));
+    RIX_GatewayToken_t handle = closed.handle();
+    CHECK(closeGatewayConnection(&handle) == STAPI_OK && closed.is_open());
+    CHECK(closed.open(0) == STAPI_BAD_PORT && !closed.is_open());
+    int limit = -1;
+    CHECK(rixGetTimeLimit(&limit) == STAPI_OK && limit == 0);
+}
+
 void childLeavesTheConnectionAlone(rixstats::connection &gateway)
 {
     const pid_t child = fork();
@@ -159,6 +185,7 @@ int main(int, char **argv)
     answersAreRanges(gateway);
     copiesLiveOn(gateway);
     failuresAreTold(gateway, port);
+    silentGatewayHoldsNobodyUp(port);
     childLeavesTheConnectionAlone(gateway);
     return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -2,112 +2,161 @@
 
     import rixstats
 
-    with rixstats.Connection("gw7", 2980) as gateway:
+    with rixstats.Connection("gw7", 2980, timeout=5) as gateway:
         for stat in gateway.statistics_in_groups("Workers"):
             print(stat.id, stat.value)
 
 Every answer is made of Python values of its own: it outlives the next query and the connection. Every failure is an
-Error, which carries the library's code and its name. That the gateway refuses a part of a query is no failure of the
-call: iteration gives the items that there are, and the answer's `failed` tells which elements of the query have none.
+Error, which carries the library's code, its name, and what is known of the reason. That the gateway refuses a part of a
+query is no failure of the call: iteration gives the items that there are, and the answer's `failed` tells which elements
+of the query have none.
+
+Waiting. Without a timeout a call waits as long as the gateway takes. With one it raises TimedOut, which is a
+TimeoutError, and the connection is closed; only the look-up of a host name may take longer. Ctrl-C, and any other
+signal handler that raises, ends a waiting call at once, and its connection with it (an opening goes on behind the
+scenes until the gateway answers, and is closed then). A connection that is left behind, by `del` or by the end of the
+program, says good-bye and does not wait for an answer; close() and the end of a `with` do.
+
+Threads. Each connection has a thread of its own that makes its calls, since the library binds a connection to the
+thread that opened it, and Python hears signals only while its main thread is not inside the library. So any thread may
+query a connection (one after the other) and close it, also while a query waits for the gateway; the query then fails.
+
+Forks. A child process opens its own connections. Those that it inherits it cannot query, and close() leaves the
+parent's as they are.
 
 Texts. Identifiers and values are bytes to the library. They are decoded as UTF-8 with "surrogateescape", so that any
 bytes survive the way to a str and back into a query.
 
-Threads. A connection may be queried only by the thread that opened it (Error with STAPI_WRONG_THREAD otherwise): each
-thread opens its own. Any thread may close it, also while a query waits for the gateway; the query then fails. A query
-waits without a time limit, and other Python threads run meanwhile. Ctrl-C is not noticed before a call has returned: a
-program whose gateway may fall silent makes its queries in a second thread, and closes the connection from the first.
-
-Forks. A child process opens its own connections. What it inherits it cannot query, and close() leaves it to the parent.
-
 The library is looked for as the system does it; the environment variable RIXSTATS_LIBRARY names another file. The C
-header rixstats.h says all that is not said here.
+headers rixstats.h and rixstats_ext.h say all that is not said here.
 """
 from __future__ import annotations
 
+import atexit
 import ctypes
 import enum
 import functools
+import math
 import os
+import queue
 import threading
 import warnings
+import weakref
 from dataclasses import dataclass
 from typing import Any, Callable, Generic, Iterator, Optional, Sequence, TypeVar, Union, overload
 
-__all__ = ["Answer", "Code", "Connection", "DEFAULT_PORT", "Error", "Group", "Identifier", "Statistic", "close_all",
-           "dump_state", "library_version", "set_trace_file", "set_trace_level", "trace_level"]
+__all__ = ["Answer", "Code", "Connection", "DEFAULT_PORT", "Error", "Failure", "Group", "Identifier", "Statistic",
+           "Step", "TimedOut", "close_all", "dump_state", "library_version", "set_trace_file", "set_trace_level",
+           "trace_level"]
 
 DEFAULT_PORT = 2980
 
 
 class Code(enum.IntEnum):
-    """The library's return codes; `text` says what each means."""
+    """The library's return codes."""
 
-    text: str
+    STAPI_OK = 0
+    NO_MUTEX = -2  # no mutex to be had: the one code that the C headers give no name
+    STAPI_NULL_GATEWAY_TOKEN = -100
+    STAPI_GATEWAY_TOKEN_NOT_FOUND = -101
+    STAPI_COMMS_FAILURE = -102
+    STAPI_NULL_ARGUMENT = -103
+    STAPI_BAD_TRACE_LEVEL = -104
+    STAPI_NULL_PROTOCOL_VERSION_PTR = -105
+    STAPI_NOT_USER_RESULT_SET = -106
+    STAPI_BAD_PORT = -107
+    STAPI_NULL_GATEWAY_TOKEN_PTR = -108
+    STAPI_NULL_OUTPUT_PTR = -109
+    STAPI_NO_RESULT_SET_BUFFER = -110
+    STAPI_NO_MEMORY = -111
+    STAPI_END_OF_RESULTS = -113
+    STAPI_GTL_CORRUPT = -115
+    STAPI_BAD_RESULT_SET_OWNER = -116
+    STAPI_CONNECT_FAILED = -118
+    STAPI_UNRECOGNISED_CONTENT = -119
+    STAPI_LOCK_INIT_FAILED = -121
+    STAPI_GATEWAY_EXCHANGE_FAILED = -122
+    STAPI_WRONG_PROCESS = -123
+    STAPI_WRONG_THREAD = -124
+    STAPI_NULL_RESULT_SET_PTR = -125
+    STAPI_NULL_QUERY_STRING = -126
+    STAPI_NULL_RESULT_SET_TOKEN = -127
+    STAPI_NULL_ID_DATA_PTR = -128
+    STAPI_NULL_STAT_DATA_PTR = -129
+    STAPI_TRACE_FILE_OPEN_FAILED = -130
+    STAPI_NO_IDS_FOR_QUERY = -131
+    STAPI_HOST_NOT_FOUND = -132
+    STAPI_NULL_HOSTNAME = -133
+    STAPI_CONNECT_TIMED_OUT = -134
+    STAPI_CONNECTION_REFUSED = -135
+    STAPI_NETWORK_UNREACHABLE = -136
+    STAPI_TIME_LIMIT_REACHED = -137
+    STAPI_BAD_TIME_LIMIT = -138
+    STAPI_BAD_RECORD_SIZE = -139
 
-    def __new__(cls, value: int, text: str) -> Code:
-        code = int.__new__(cls, value)
-        code._value_ = value
-        code.text = text
-        return code
-
-    STAPI_OK = 0, "success"
-    NO_MUTEX = -2, "no mutex to be had"  # the one code that the C header gives no name
-    STAPI_NULL_GATEWAY_TOKEN = -100, "the gateway handle is null"
-    STAPI_GATEWAY_TOKEN_NOT_FOUND = -101, "no such open connection: never opened, closed, or ended by a failure"
-    STAPI_COMMS_FAILURE = -102, "the connection to the gateway was lost and is closed now"
-    STAPI_NULL_ARGUMENT = -103, "internal: a required argument of a routine of the library was null"
-    STAPI_BAD_TRACE_LEVEL = -104, "trace level outside 0..5"
-    STAPI_NULL_PROTOCOL_VERSION_PTR = -105, "protocolVersionPtr is null"
-    STAPI_NOT_USER_RESULT_SET = -106, "only copies of result sets can be freed"
-    STAPI_BAD_PORT = -107, "port outside 1..65535"
-    STAPI_NULL_GATEWAY_TOKEN_PTR = -108, "the pointer to the gateway handle is null"
-    STAPI_NULL_OUTPUT_PTR = -109, "a required output pointer is null"
-    STAPI_NO_RESULT_SET_BUFFER = -110, "the connection or result set has no data; the connection may have gone"
-    STAPI_NO_MEMORY = -111, "memory could not be allocated, or the query's text is too long"
-    STAPI_END_OF_RESULTS = -113, "no (further) item: the normal end of a walk"
-    STAPI_GTL_CORRUPT = -115, "the list of connections is damaged, or 256 were closed and more may be left"
-    STAPI_BAD_RESULT_SET_OWNER = -116, "internal: unknown kind of result-set owner"
-    STAPI_CONNECT_FAILED = -118, "connecting failed, or the gateway refused the greeting or authorisation"
-    STAPI_UNRECOGNISED_CONTENT = -119, "the result set does not hold what the call reads (ids, statistics)"
-    STAPI_LOCK_INIT_FAILED = -121, "a lock could not be set up"
-    STAPI_GATEWAY_EXCHANGE_FAILED = -122, "an exchange with the gateway failed or was refused; connection closed"
-    STAPI_WRONG_PROCESS = -123, "the connection or result set belongs to another process"
-    STAPI_WRONG_THREAD = -124, "the connection or result set belongs to another thread"
-    STAPI_NULL_RESULT_SET_PTR = -125, "the pointer to the result-set handle is null"
-    STAPI_NULL_QUERY_STRING = -126, "the query text is null"
-    STAPI_NULL_RESULT_SET_TOKEN = -127, "the result-set handle is null"
-    STAPI_NULL_ID_DATA_PTR = -128, "idDataPtr is null"
-    STAPI_NULL_STAT_DATA_PTR = -129, "statDataPtr is null"
-    STAPI_TRACE_FILE_OPEN_FAILED = -130, "the trace file could not be opened, or its name is too long"
-    STAPI_NO_IDS_FOR_QUERY = -131, "the result set holds no identifier for a query text"
-    STAPI_HOST_NOT_FOUND = -132, "the host name could not be resolved"
-    STAPI_NULL_HOSTNAME = -133, "hostname is null"
-    STAPI_CONNECT_TIMED_OUT = -134, "no answer to the TCP connect within 60 seconds"
-    STAPI_CONNECTION_REFUSED = -135, "nothing listens on that host and port"
-    STAPI_NETWORK_UNREACHABLE = -136, "there is no route to the host's network"
+    @property
+    def text(self) -> str:
+        """What the code means, in half a sentence."""
+        return str(_library().rixCodeText(self).decode())
 
 
-def _known(code: int) -> Optional[Code]:
-    try:
-        return Code(code)
-    except ValueError:
-        return None
+class Step(enum.IntEnum):
+    """What a call was doing when it failed."""
+
+    NONE = 0  # nothing that involves a gateway
+    RESOLVE = 1
+    SOCKET = 2
+    CONNECT = 3
+    HANDSHAKE = 4
+    AUTHORISE = 5
+    VERSION = 6
+    QUERY = 7
+    PARSE = 8
+    CLOSE = 9
+
+    @classmethod
+    def _missing_(cls, value: object) -> Step:  # of a later version of the library
+        return cls.NONE
+
+
+@dataclass(frozen=True)
+class Failure:
+    """Why a call failed, as far as it is known. What does not apply is 0."""
+
+    step: Step = Step.NONE
+    errno: int = 0  # of the system call that failed; -1: the gateway closed the connection instead of answering
+    resolver_code: int = 0  # getaddrinfo()'s
+    gateway_rc: int = 0  # the code by which the gateway refused a request ...
+    auth_rc: int = 0  # ... the authorisation ...
+    admin_rc: int = 0  # ... or a management request
+
+    def __str__(self) -> str:
+        if refusal := self.auth_rc or self.admin_rc or self.gateway_rc:
+            return f"{self.step.name.lower()}: refused with the gateway's code {refusal}"
+        if self.errno == -1:
+            return f"{self.step.name.lower()}: the gateway closed the connection"
+        if self.errno != 0:
+            return f"{self.step.name.lower()}: {os.strerror(self.errno)}"
+        return "" if self.step == Step.NONE else self.step.name.lower()
 
 
 class Error(Exception):
-    """A call of the library that failed: `code`, its `name`, and the `call` that returned it."""
+    """A call of the library that failed: `code`, its `name`, the `call` that returned it, and the `failure` behind."""
 
-    def __init__(self, call: str, code: int) -> None:
-        known = _known(code)
+    def __init__(self, call: str, code: int, failure: Failure = Failure()) -> None:
         self.call = call
         self.code = code
-        self.name = known.name if known else "unknown code"
-        text = known.text if known else "a code that this release of rixstats.py does not know"
-        super().__init__(f"{call} failed with {self.name} ({int(code)}): {text}")
+        self.name = str(_library().rixCodeName(code).decode())
+        self.failure = failure
+        text = f"{call} failed with {self.name} ({int(code)}): {_library().rixCodeText(code).decode()}"
+        super().__init__(f"{text} ({failure})" if str(failure) else text)
 
     def __reduce__(self) -> tuple[Any, ...]:  # an error may come from another process
-        return Error, (self.call, self.code)
+        return type(self), (self.call, self.code, self.failure)
+
+
+class TimedOut(Error, TimeoutError):
+    """A call that ran into the timeout of its connection, or a host that did not answer for a minute."""
 
 
 @dataclass(frozen=True)
@@ -190,7 +239,15 @@ class _StatData(ctypes.Structure):
                 ("value_length", ctypes.c_int), ("value", ctypes.c_void_p)]
 
 
-_ENDS_CONNECTION = (Code.STAPI_COMMS_FAILURE, Code.STAPI_GATEWAY_EXCHANGE_FAILED, Code.STAPI_GATEWAY_TOKEN_NOT_FOUND)
+class _FailureData(ctypes.Structure):
+    _fields_ = [(name, ctypes.c_int) for name in ("size", "code", "step", "errno", "resolver_code", "gateway_rc",
+                                                  "auth_rc", "admin_rc")]
+
+
+_ENDS_CONNECTION = (Code.STAPI_COMMS_FAILURE, Code.STAPI_GATEWAY_EXCHANGE_FAILED, Code.STAPI_GATEWAY_TOKEN_NOT_FOUND,
+                    Code.STAPI_TIME_LIMIT_REACHED)
+_TIMED_OUT = (Code.STAPI_TIME_LIMIT_REACHED, Code.STAPI_CONNECT_TIMED_OUT)
+_LONGEST_LIMIT = 2**31 - 1  # milliseconds
 
 _HANDLE, _TEXT, _INT = ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int
 _TO_HANDLE, _TO_TEXT, _TO_INT = ctypes.POINTER(_HANDLE), ctypes.POINTER(_TEXT), ctypes.POINTER(_INT)
@@ -199,7 +256,6 @@ _ARGUMENTS: dict[str, list[Any]] = {
     "getStatsAPIVersion": [_TO_TEXT],
     "openRemoteGatewayConnection": [_TEXT, _INT, _TO_HANDLE, _TO_TEXT],
     "closeGatewayConnection": [_TO_HANDLE],
-    "closeAllGatewayConnections": [],
     "getResourceGroupIds": [_HANDLE, _TO_HANDLE],
     "getStatIdsByStatGroupId": [_HANDLE, _TEXT, _TO_HANDLE],
     "getStatIds": [_HANDLE, _TO_HANDLE],
@@ -214,6 +270,11 @@ _ARGUMENTS: dict[str, list[Any]] = {
     "setAPITraceLevel": [_INT],
     "setAPITraceFile": [_TEXT],
     "dumpState": [],
+    "rixSetTimeLimit": [_INT],
+    "rixGetTimeLimit": [_TO_INT],
+    "rixGetLastFailure": [ctypes.POINTER(_FailureData)],
+    "rixCodeName": [_INT],
+    "rixCodeText": [_INT],
 }
 
 
@@ -224,17 +285,25 @@ def _library() -> ctypes.CDLL:
         library = ctypes.CDLL(file)
         for name, arguments in _ARGUMENTS.items():
             getattr(library, name).argtypes = arguments
-            getattr(library, name).restype = _INT
+            getattr(library, name).restype = _TEXT if name.startswith("rixCode") else _INT
     except (OSError, AttributeError) as failure:  # no such file; a library without the calls
         raise OSError(f"cannot use {file} as the library rixstats: {failure}. Install librixstats, or set "
                       "RIXSTATS_LIBRARY to the name of its file") from failure
     return library
 
 
+def _error(call: str, code: int) -> Error:
+    """The error of the call of the library that this thread has made last."""
+    data = _FailureData(size=ctypes.sizeof(_FailureData))
+    _library().rixGetLastFailure(ctypes.byref(data))
+    failure = Failure(Step(data.step), data.errno, data.resolver_code, data.gateway_rc, data.auth_rc, data.admin_rc)
+    return (TimedOut if code in _TIMED_OUT else Error)(call, code, failure if data.code == code else Failure())
+
+
 def _call(name: str, *arguments: Any) -> None:
     code = getattr(_library(), name)(*arguments)
     if code != Code.STAPI_OK:
-        raise Error(name, code)
+        raise _error(name, code)
 
 
 def _in_int(number: int) -> int:
@@ -275,38 +344,150 @@ def _read(handle: ctypes.c_void_p, kind: str, data: Any, make: Callable[[str, An
             groups[-1][2].append(make(groups[-1][0], data))
         code = following(handle, ctypes.byref(data))
     if code != Code.STAPI_END_OF_RESULTS:
-        raise Error("getNext" + kind, code)
+        raise _error("getNext" + kind, code)
     return Answer([Group(element, result, tuple(items)) for element, result, items in groups])
 
 
-class Connection:
-    """An open connection to a gateway, which belongs to the thread that made it. Close it, or use it in a `with`."""
+def _leave(handle: Optional[int]) -> None:
+    """Closes a connection without waiting: one that is idle says good-bye, the call of one in use fails."""
+    if handle is None:
+        return
+    library, limit = _library(), ctypes.c_int()
+    library.rixGetTimeLimit(ctypes.byref(limit))
+    library.rixSetTimeLimit(1)
+    library.closeGatewayConnection(ctypes.byref(ctypes.c_void_p(handle)))
+    library.rixSetTimeLimit(limit)
 
-    def __init__(self, host: str = "127.0.0.1", port: int = DEFAULT_PORT) -> None:
-        """Connects (60 seconds at most), then waits for the gateway's greeting without a time limit."""
-        self._lock = threading.Lock()  # for the handle, and while a result set is read
+
+_Outcome = queue.SimpleQueue[Any]  # takes one pair, what the work gave and the failure that ended it
+_Jobs = queue.SimpleQueue[Any]  # of time limit, work and _Outcome; None ends the thread
+
+
+def _serve(jobs: _Jobs) -> None:
+    """The thread of a connection. It knows the connection only while there is something to do, so that one which nobody
+    needs any more can go."""
+    while (job := jobs.get()) is not None:
+        limit, work, outcome = job
+        result, failure = None, None
+        try:
+            _library().rixSetTimeLimit(limit)
+            result = work()
+        except BaseException as met:
+            failure = met
+        outcome.put((result, failure))
+        del job, work, outcome, result, failure
+
+
+class Connection:
+    """An open connection to a gateway. Close it, or use it in a `with`."""
+
+    def __init__(self, host: str = "127.0.0.1", port: int = DEFAULT_PORT, timeout: Optional[float] = None) -> None:
+        """Connects (60 seconds at most) and waits for the gateway's greeting, `timeout` seconds at most for both."""
+        self._lock = threading.Lock()  # for the next four, and while a result set is read
         self._handle: Optional[int] = None
+        self._asking = False  # the library has the connection in use
+        self._given_up = False
+        self._jobs: _Jobs = queue.SimpleQueue()
         self._process = os.getpid()
-        handle, version = ctypes.c_void_p(), ctypes.c_char_p()
-        _call("openRemoteGatewayConnection", _encoded(host), _in_int(port), ctypes.byref(handle), ctypes.byref(version))
-        self._handle = handle.value
-        self.protocol_version: str = (version.value or b"").decode("utf-8", "surrogateescape")
+        self.timeout = timeout
+        address = _encoded(host), _in_int(port)
+        threading.Thread(target=_serve, args=(self._jobs,), name=f"rixstats {host}:{port}", daemon=True).start()
+        try:
+            self.protocol_version: str = self._wait_for(self._begin(lambda: self._open(*address)))
+        finally:
+            if self._handle is None:
+                self._jobs.put(None)
 
     @property
     def closed(self) -> bool:
         """True once close() was called, or a query has failed in a way that ends the connection."""
         return self._handle is None
 
+    @property
+    def timeout(self) -> Optional[float]:
+        """How many seconds each call may take, as a whole; None: as long as the gateway takes. For the calls to come."""
+        return self._timeout
+
+    @timeout.setter
+    def timeout(self, seconds: Optional[float]) -> None:
+        if seconds is not None and not seconds > 0:
+            raise ValueError(f"a timeout is a number of seconds above 0, or None: {seconds!r}")
+        self._timeout = seconds
+
     def close(self) -> None:
-        """Says good-bye to the gateway and waits for its answer; does nothing if that is done. Any thread may call it:
-        a query that another thread is waiting for ends with an Error."""
-        if self._process != os.getpid():
-            return
+        """Says good-bye to the gateway and waits for its answer; does nothing if that is done. A query that another
+        thread is waiting for ends with an Error."""
+        outcome = self._begin_close()
+        if outcome is not None:
+            self._wait_for(outcome)
+
+    def _begin(self, work: Callable[[], Any]) -> _Outcome:
+        """Has the connection's thread do it, within the timeout as it is now."""
+        limit = 0 if self._timeout is None else math.ceil(min(self._timeout * 1000, _LONGEST_LIMIT))
+        outcome: _Outcome = queue.SimpleQueue()
+        self._jobs.put((limit, work, outcome))
+        return outcome
+
+    def _wait_for(self, outcome: _Outcome) -> Any:
+        try:
+            value, failure = outcome.get()
+        except BaseException:  # of a signal handler: KeyboardInterrupt
+            self._give_up()
+            raise
+        try:
+            if failure is not None:
+                raise failure
+            return value
+        finally:
+            del failure  # or its traceback would hold this frame, and that the connection
+
+    def _take(self) -> Optional[int]:
+        """The handle of a connection that ends here. Under the lock."""
+        handle, self._handle = self._handle, None
+        if handle is not None:
+            _connections.pop(id(self), None)
+            self._jobs.put(None)
+        return handle
+
+    def _give_up(self) -> None:
+        """Ends the connection, and with it the call that waits; an opening as soon as it comes to its end."""
+        if self._process != os.getpid():  # the lock may have been held at the fork, by a thread that there is no more
+            handle = self._take()
+        else:
+            with self._lock:
+                self._given_up = True
+                handle = self._take()
+        _leave(handle)
+
+    def _open(self, host: bytes, port: int) -> str:
+        handle, version = ctypes.c_void_p(), ctypes.c_char_p()
+        _call("openRemoteGatewayConnection", host, port, ctypes.byref(handle), ctypes.byref(version))
         with self._lock:
-            handle, self._handle = ctypes.c_void_p(self._handle), None
-        code = _library().closeGatewayConnection(ctypes.byref(handle)) if handle else Code.STAPI_OK
-        if code not in (Code.STAPI_OK, Code.STAPI_GATEWAY_TOKEN_NOT_FOUND):  # a query may have ended it just now
-            raise Error("closeGatewayConnection", code)
+            if not self._given_up:
+                self._handle = handle.value
+                _connections[id(self)] = weakref.ref(self)
+                return (version.value or b"").decode("utf-8", "surrogateescape")
+        _leave(handle.value)
+        return ""
+
+    def _begin_close(self) -> Optional[_Outcome]:
+        if self._process != os.getpid():
+            self._give_up()
+            return None
+        with self._lock:
+            if self._handle is not None and not self._asking:
+                handle = self._handle
+                outcome = self._begin(lambda: self._say_goodbye(handle))
+                self._take()
+                return outcome
+        self._give_up()
+        return None
+
+    @staticmethod
+    def _say_goodbye(handle: int) -> None:
+        code = _library().closeGatewayConnection(ctypes.byref(ctypes.c_void_p(handle)))
+        if code not in (Code.STAPI_OK, Code.STAPI_GATEWAY_TOKEN_NOT_FOUND):
+            raise _error("closeGatewayConnection", code)
 
     def group_ids(self) -> Answer[Identifier]:
         """The identifiers of all resource groups."""
@@ -342,18 +523,32 @@ class Connection:
                read: Callable[[ctypes.c_void_p], Answer[Item]]) -> Answer[Item]:
         if elements is not None and not (elements and all(elements)):  # the library would ask for all there is
             raise ValueError("a query by identifier needs one at least, and none may be empty")
+        if self._process != os.getpid():
+            raise Error(call, Code.STAPI_WRONG_PROCESS)
         texts = [] if elements is None else [_encoded(":".join(elements))]
-        handle, answer = ctypes.c_void_p(self._handle), ctypes.c_void_p()
-        # Without the lock, as close() is what can end the wait for the gateway. A close() that comes when the query is
-        # over takes the result set along: it is read only while the connection is known to be open.
+        with self._lock:
+            if self._handle is None:
+                raise Error(call, Code.STAPI_NULL_GATEWAY_TOKEN)
+            outcome = self._begin(lambda: self._ask(call, texts, read))
+        answer: Answer[Item] = self._wait_for(outcome)
+        return answer
+
+    def _ask(self, call: str, texts: list[bytes], read: Callable[[ctypes.c_void_p], Answer[Item]]) -> Answer[Item]:
+        with self._lock:
+            handle = self._handle
+            self._asking = handle is not None
+        # Without the lock, as _give_up() is what can end the wait for the gateway. One that comes when the query is over
+        # takes the result set along: it is read only while the connection is known to be open.
+        answer = ctypes.c_void_p()
         code = getattr(_library(), call)(handle, *texts, ctypes.byref(answer))
         with self._lock:
+            self._asking = False
             if code == Code.STAPI_OK and self._handle is None:
                 code = int(Code.STAPI_COMMS_FAILURE)
             if code in _ENDS_CONNECTION:
-                self._handle = None  # the library may give the same handle to the next connection
+                self._take()
             if code != Code.STAPI_OK:
-                raise Error(call, code)
+                raise _error(call, code)
             return read(answer)
 
     def __enter__(self) -> Connection:
@@ -363,15 +558,38 @@ class Connection:
         self.close()
 
     def __del__(self) -> None:
-        if getattr(self, "_handle", None) is not None and self._process == os.getpid():
-            warnings.warn(f"unclosed {self!r}", ResourceWarning, source=self)
-            self.close()
+        if getattr(self, "_handle", None) is not None:
+            if self._process == os.getpid():
+                warnings.warn(f"unclosed {self!r}", ResourceWarning, source=self)
+            self._give_up()
+
+
+_connections: dict[int, weakref.ref[Connection]] = {}  # the open ones; each change is one step, and so needs no lock
+
+
+def _open_connections() -> list[Connection]:
+    known = (reference() for reference in list(_connections.values()))
+    return [connection for connection in known if connection is not None]
+
+
+@atexit.register
+def _leave_all() -> None:
+    for connection in _open_connections():
+        connection._give_up()
 
 
 def close_all() -> None:
-    """Closes every connection of the process. The Connection objects find out at their next query: make it, or close()
-    them, before new connections are opened, as those may get the old handles."""
-    _call("closeAllGatewayConnections")
+    """Closes every connection that this module has opened, all at the same time, as close() does."""
+    outcomes = [(connection, connection._begin_close()) for connection in _open_connections()]
+    failure: Optional[Error] = None
+    for connection, outcome in outcomes:
+        try:
+            if outcome is not None:
+                connection._wait_for(outcome)
+        except Error as met:
+            failure = failure or met
+    if failure is not None:
+        raise failure
 
 
 def library_version() -> str:

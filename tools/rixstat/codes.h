@@ -1,5 +1,6 @@
-// The library's return codes in words: name, what happened, what to do, and the exit status that goes with it. One
-// table, so that every command explains a code in the same way.
+// Failures in words: what happened, what to do, and the exit status that goes with it. What a return code means the
+// library tells; what the viewer knows beyond that is in one table, so that every command explains a code in the same
+// way.
 #ifndef RIXSTAT_CODES_H
 #define RIXSTAT_CODES_H
 
@@ -25,18 +26,19 @@ struct Failure
     std::string step; // what was being done: "asking for statistics"
     int code;         // the call's return code
     Cause cause;
-    std::string detail = {}; // what is known beyond the code: the gateway's own code, the time waited
+    std::string happened; // in a clause
+    int libraryStep = 0;  // RIX_STEP_...: how far the call came
 };
 
-// A step that has taken longer than --timeout allows.
-Failure timeOut(const std::string &step, int code, const Settings &settings);
+// The failure of the call of the library that this thread has made last, which talked to the gateway.
+Failure explain(const std::string &step, int code, const Settings &settings);
 
-// The cause that the code alone speaks for.
-Cause causeOf(int code);
+// A step that has taken as long as --timeout allows.
+Failure timeOut(const std::string &step, const Settings &settings);
 
 ExitStatus exitStatusOf(Cause cause);
 
-// Throws a Failure unless code is STAPI_OK.
+// Throws a Failure unless code is STAPI_OK. For calls that do not talk to the gateway.
 void require(int code, const std::string &step);
 
 // "host H, port P", as messages begin.
@@ -45,8 +47,7 @@ std::string gatewayName(const Settings &settings);
 // "STAPI_COMMS_FAILURE (-102)".
 std::string codeName(int code);
 
-// What happened, and what to do about it, each in one clause.
-std::string meaningOf(const Failure &failure);
+// What to do about it, in a clause.
 std::string remedyOf(const Failure &failure, const Settings &settings);
 
 // The failure in one line, without line end: gateway, step, code and its name, what happened and what to do.

@@ -1,10 +1,14 @@
-// doctor: the way to the first answer, step by step. The library opens a connection in one call; its trace tells when
-// each step was over, and so at which one it came to an end.
+// doctor: the way to the first answer, step by step. The library opens a connection in one call. Of one that fails it
+// tells at which step; when each step was over its trace tells.
 #include "codes.h"
 #include "commands.h"
 #include "output.h"
+#include "trace.h"
+
+#include <rixstats_ext.h>
 
 #include <algorithm>
+#include <chrono>
 #include <optional>
 
 namespace rixstat {
@@ -16,11 +20,13 @@ constexpr int oneDay = 24 * 3600 * 1000;
 struct Step
 {
     const char *name;
+    int number;    // RIX_STEP_..., the last one if it is made of several
     int lastPoint; // the trace point that tells of its success
 };
 
 constexpr Step openingSteps[] = {
-    {"resolve", 3002}, {"connect", 3003}, {"greet", 3004}, {"authorise", 2003}, {"version", 1001},
+    {"resolve", RIX_STEP_RESOLVE, 3002},     {"connect", RIX_STEP_CONNECT, 3003}, {"greet", RIX_STEP_HANDSHAKE, 3004},
+    {"authorise", RIX_STEP_AUTHORISE, 2003}, {"version", RIX_STEP_VERSION, 1001},
 };
 
 std::optional<int> timeOf(const std::vector<TraceLine> &trace, int point)
@@ -57,25 +63,25 @@ public:
 private:
     void addOpening(const std::vector<TraceLine> &trace, const std::string &version);
     void addQuery(Session &session);
-    std::string advice() const { return meaningOf(*failure) + "; " + remedyOf(*failure, viewer.settings); }
+    std::string advice() const { return failure->happened + "; " + remedyOf(*failure, viewer.settings); }
 
     const Viewer &viewer;
 };
 
 void Examination::run()
 {
-    Session session(viewer.guard, viewer.tap, viewer.settings, Listening::steps);
+    Session session(viewer.settings);
+    KeptTrace trace(viewer.settings);
     try {
         session.open();
     } catch (const Failure &met) {
         failure = met;
     }
-    addOpening(session.trace(), session.protocolVersion());
+    addOpening(trace.take(), session.protocolVersion());
     addQuery(session);
     if (!session.isOpen()) return;
     try {
-        session.beginClose();
-        session.endClose();
+        session.close();
     } catch (const Failure &met) {
         failure = met;
     }
@@ -84,12 +90,13 @@ void Examination::run()
 void Examination::addOpening(const std::vector<TraceLine> &trace, const std::string &version)
 {
     int start = timeOf(trace, openingBegins).value_or(trace.empty() ? 0 : trace.front().milliseconds);
+    const int failed = failure ? std::min<int>(failure->libraryStep, RIX_STEP_VERSION) : RIX_STEP_CLOSE;
     bool over = false;
     for (const Step &step : openingSteps) {
         const std::optional<int> end = timeOf(trace, step.lastPoint);
         if (over) {
             rows.push_back(rowOf(step.name, "not tried", "", ""));
-        } else if (failure && !end) {
+        } else if (failed <= step.number) {
             over = true;
             const std::string duration = trace.empty() ? "" : between(start, trace.back().milliseconds);
             rows.push_back(rowOf(step.name, "failed", duration, advice()));
@@ -107,9 +114,10 @@ void Examination::addQuery(Session &session)
         rows.push_back(rowOf("query", "not tried", "", ""));
         return;
     }
-    const Guard::Clock::time_point start = Guard::Clock::now();
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point start = Clock::now();
     const auto spent = [&] {
-        const auto taken = Guard::Clock::now() - start;
+        const auto taken = Clock::now() - start;
         return std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(taken).count());
     };
     try {

@@ -1,14 +1,15 @@
 // rixstat: shows the statistics of a running gateway.
 //
 // Each concern has its file. The way in: command_line, config, commands (the table of commands). What commands do:
-// show (groups, ids, get, dump, version), watch, ping, doctor. Towards the gateway: session, selection, guard (time
-// limits and signals), trace_tap and reason (why something failed), codes (return codes in words). Towards the user:
-// document (rows and fields), viewer (what all share), write_* (one file for each output form), table, screen, series,
-// number, text, output.
+// show (groups, ids, get, dump, version), watch, ping, doctor. Towards the gateway: session, selection, codes (failures
+// in words), trace. Towards the user: interrupt (signals), document (rows and fields), viewer (what all share), write_*
+// (one file for each output form), table, screen, series, number, text, output.
 #include "codes.h"
 #include "command_line.h"
+#include "interrupt.h"
 #include "output.h"
 #include "text.h"
+#include "trace.h"
 #include "usage_error.h"
 
 #include <rixstats.h>
@@ -25,17 +26,16 @@ static int run(const CommandLine &line)
         print(line.information);
         return exitGood;
     }
-    Guard guard(std::chrono::duration<double>(settings.timeout), [&](const std::string &step) {
-        complain(describe(timeOut(step, STAPI_COMMS_FAILURE, settings), settings));
-    });
-    TraceTap tap(settings);
-    const auto lostTrace = [&tap] {
-        const std::string problem = tap.finish();
-        if (!problem.empty()) complain(problem);
+    hearSignals();
+    startTrace(settings);
+    const auto lostTrace = [&] {
+        const bool traces = settings.traceLevel > 0 || line.command->plan == nullptr; // a dump goes there, too
+        const std::string problem = traces ? problemOfTraceFile(settings) : std::string();
+        if (!problem.empty()) complain(printable(problem));
         return !problem.empty();
     };
     try {
-        const ExitStatus status = line.command->run({line.command->name, line.command->plan, settings, guard, tap});
+        const ExitStatus status = line.command->run({line.command->name, line.command->plan, settings});
         return lostTrace() && status == exitGood ? exitFailed : status;
     } catch (...) {
         lostTrace();
@@ -56,6 +56,7 @@ int main(int argc, char **argv)
         complain(printable(error.what()));
         return exitUsage;
     } catch (const Interrupted &) {
+        writeLastWords();
         return exitInterrupted;
     } catch (const Failure &failure) {
         complain(describe(failure, line.settings));

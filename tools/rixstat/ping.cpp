@@ -1,6 +1,7 @@
 // ping: how long connecting with its greeting takes, and a small question.
 #include "codes.h"
 #include "commands.h"
+#include "interrupt.h"
 #include "number.h"
 #include "output.h"
 #include "schedule.h"
@@ -36,34 +37,16 @@ Row summary(const std::string &step, Times times)
     return row;
 }
 
-void round(const Viewer &viewer, Listening listening, Times &connecting, Times &asking)
+void round(const Settings &settings, Times &connecting, Times &asking)
 {
-    Session session(viewer.guard, viewer.tap, viewer.settings, listening);
+    Session session(settings);
     const Clock::time_point start = Clock::now();
     session.open();
     connecting.push_back(since(start));
     const Clock::time_point opened = Clock::now();
     session.ask(Content::groups, {});
     asking.push_back(since(opened));
-    session.beginClose();
-    session.endClose();
-}
-
-void repeat(const Viewer &viewer, Times &connecting, Times &asking)
-{
-    Schedule schedule(viewer.settings.interval);
-    for (int done = 0; done != viewer.settings.count; ++done) {
-        if (done > 0 && viewer.guard.pauseUntil(schedule.next()) == Guard::Pause::readerGone) return;
-        round(viewer, Listening::brief, connecting, asking);
-    }
-}
-
-// To listen for the reason of a refusal takes time that must not be measured, so the failed round is made once more.
-[[noreturn]] void explainAgain(const Viewer &viewer, const Failure &failure)
-{
-    Times unused;
-    if (failure.cause == Cause::broken) round(viewer, Listening::thorough, unused, unused);
-    throw failure;
+    session.close();
 }
 
 } // namespace
@@ -71,21 +54,25 @@ void repeat(const Viewer &viewer, Times &connecting, Times &asking)
 // What has been measured is shown also when the viewer is interrupted or the gateway fails.
 ExitStatus runPing(const Viewer &viewer)
 {
-    Presenter presenter(viewer);
+    const Settings &settings = viewer.settings;
     Times connecting, asking;
-    const auto showSummary = [&] {
-        print(presenter.text(presenter.arranged({summary("connect", connecting), summary("query", asking)})));
+    const auto result = [&] {
+        Presenter presenter(viewer);
+        return presenter.text(presenter.arranged({summary("connect", connecting), summary("query", asking)}));
     };
+    result(); // complains of the command line before anything is asked
+    Schedule schedule(settings.interval);
     try {
-        repeat(viewer, connecting, asking);
-    } catch (const Failure &failure) {
-        if (!connecting.empty()) showSummary();
-        explainAgain(viewer, failure);
-    } catch (const Interrupted &) {
-        if (!connecting.empty()) showSummary();
+        for (int done = 0; done != settings.count; ++done) {
+            if (done > 0 && pauseUntil(schedule.next()) == Pause::readerGone) break;
+            round(settings, connecting, asking);
+            setLastWords(result());
+        }
+    } catch (const Failure &) {
+        if (!connecting.empty()) print(result());
         throw;
     }
-    showSummary();
+    print(result());
     return exitGood;
 }
 

@@ -1,10 +1,12 @@
 #include "session.h"
 
 #include "codes.h"
-#include "reason.h"
+#include "interrupt.h"
 
-#include <memory>
-#include <thread>
+#include <rixstats_ext.h>
+
+#include <chrono>
+#include <cmath>
 
 namespace rixstat {
 namespace {
@@ -70,30 +72,34 @@ Items walk(RIX_ResultSetToken_t results, ItemCall<Record> first, ItemCall<Record
 
 } // namespace
 
-Session::Session(Guard &givenGuard, TraceTap &givenTap, const Settings &givenSettings, Listening how)
-    : guard(givenGuard), tap(givenTap), settings(givenSettings), listening(how)
+Session::Session(const Settings &givenSettings) : settings(givenSettings)
 {
+    require(rixSetTimeLimit(milliseconds()), "setting the time limit");
 }
 
-// After a failure the good-bye gets a moment, no more: the end of the process ends the connection, too.
+int Session::milliseconds() const
+{
+    return static_cast<int>(std::lround(settings.timeout * 1000));
+}
+
+// After a failure the good-bye gets a moment, no more.
 Session::~Session()
 {
     if (!isOpen()) return;
-    beginClose();
-    closed.wait_for(std::chrono::milliseconds(200));
+    rixSetTimeLimit(200);
+    closeGatewayConnection(&token);
 }
 
 void Session::run(const std::string &step, const std::function<int()> &call)
 {
-    tap.listen(static_cast<int>(listening));
-    const Guard::Outcome outcome = guard.run(step, call);
-    const bool good = outcome.ending == Guard::Ending::itself && outcome.code == STAPI_OK;
-    heard = tap.heard(!good || listening == Listening::steps);
-    if (good) return;
-    const Failure failure = explain(step, outcome.code, heard);
-    if (outcome.ending == Guard::Ending::timedOut || failure.cause != Cause::here) token = nullptr;
-    if (outcome.ending == Guard::Ending::timedOut)
-        throw timeOut(step, outcome.code != STAPI_OK ? outcome.code : STAPI_COMMS_FAILURE, settings);
+    int code = STAPI_OK;
+    {
+        const WaitingForGateway waiting;
+        code = call();
+    }
+    if (code == STAPI_OK) return;
+    const Failure failure = explain(step, code, settings);
+    if (failure.cause != Cause::here) token = nullptr;
     throw failure;
 }
 
@@ -115,21 +121,15 @@ RIX_ResultSetToken_t Session::ask(Content content, const std::vector<std::string
     return results;
 }
 
-// Nothing ends the wait for the answer, so another thread does the waiting, which nobody has to wait for.
-void Session::beginClose()
+// The call succeeds, answered or not: only the time that it has taken tells.
+void Session::close()
 {
-    std::promise<void> promise;
-    closed = promise.get_future();
-    std::thread([old = token, done = std::move(promise)]() mutable {
-        closeGatewayConnection(&old);
-        done.set_value();
-    }).detach();
+    using Clock = std::chrono::steady_clock;
+    const std::string step = "closing the connection";
+    const Clock::time_point start = Clock::now();
+    run(step, [&] { return closeGatewayConnection(&token); });
     token = nullptr;
-}
-
-void Session::endClose()
-{
-    if (!guard.await(closed)) throw timeOut("closing the connection", STAPI_COMMS_FAILURE, settings);
+    if (Clock::now() - start >= std::chrono::milliseconds(milliseconds())) throw timeOut(step, settings);
 }
 
 Items collect(Content content, RIX_ResultSetToken_t results)

@@ -1,16 +1,13 @@
 // One gateway: opening a connection, asking questions on it, saying good-bye, each within the time limit. Knows nothing
-// of command lines and output forms. What fails is thrown as Failure (codes.h) or Interrupted (guard.h).
+// of command lines and output forms. What fails is thrown as Failure (codes.h) or Interrupted (interrupt.h).
 #ifndef RIXSTAT_SESSION_H
 #define RIXSTAT_SESSION_H
 
-#include "guard.h"
 #include "settings.h"
-#include "trace_tap.h"
 
 #include <rixstats.h>
 
 #include <functional>
-#include <future>
 #include <string>
 #include <vector>
 
@@ -35,18 +32,10 @@ struct Item
 
 using Items = std::vector<Item>;
 
-// How much of the library's trace is listened to for the reasons of failures.
-enum class Listening
-{
-    brief = 1,    // costs nothing while all goes well
-    thorough = 3, // costs some microseconds for each statistic
-    steps = 4     // tells the steps of an opening apart, too
-};
-
 class Session
 {
 public:
-    Session(Guard &guard, TraceTap &tap, const Settings &settings, Listening listening);
+    explicit Session(const Settings &settings);
     ~Session();
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
@@ -59,27 +48,16 @@ public:
     // connection's own: it lives until the next question.
     RIX_ResultSetToken_t ask(Content content, const std::vector<std::string> &ids);
 
-    // The good-bye takes as long as the gateway takes to answer it: it can be begun, and ended when there is nothing
-    // else to do. To do both is the polite end of a session.
-    void beginClose();
-    void endClose();
-
-    // What the library traced in the last call.
-    const std::vector<TraceLine> &trace() const { return heard; }
-    // For the calls to come.
-    void listen(Listening how) { listening = how; }
+    // Says good-bye, the polite end of a session. The connection is closed also where the gateway has not answered.
+    void close();
 
 private:
+    int milliseconds() const; // that each call may take
     void run(const std::string &step, const std::function<int()> &call);
 
-    Guard &guard;
-    TraceTap &tap;
     const Settings &settings;
-    Listening listening;
     RIX_GatewayToken_t token = nullptr;
     std::string version;
-    std::future<void> closed;
-    std::vector<TraceLine> heard;
 };
 
 // Walks the answer to a question and copies its items.

@@ -6,6 +6,8 @@
 
 #include <rixstats.h>
 
+#include <optional>
+
 namespace rixstat {
 namespace {
 
@@ -13,7 +15,7 @@ ExitStatus show(const Viewer &viewer, Content content)
 {
     Presenter presenter(viewer);
     Selection selection(content, viewer.settings.ids);
-    Session session(viewer.guard, viewer.tap, viewer.settings, Listening::thorough);
+    Session session(viewer.settings);
     std::vector<Row> rows;
     try {
         session.open();
@@ -25,11 +27,16 @@ ExitStatus show(const Viewer &viewer, Content content)
         throw;
     }
 
-    // The good-bye is said while we write: neither a slow reader nor a slow gateway holds up the other.
-    session.beginClose();
+    // The good-bye comes first: a slow reader must not hold the gateway's connection.
+    std::optional<Failure> unanswered;
+    try {
+        session.close();
+    } catch (const Failure &failure) {
+        unanswered = failure;
+    }
     print(presenter.text(presenter.arranged(rows)));
     const ExitStatus status = reportFailures(rows, selection.unmatched(), viewer.settings);
-    session.endClose();
+    if (unanswered) throw *unanswered;
     return status;
 }
 
@@ -56,22 +63,19 @@ ExitStatus runDump(const Viewer &viewer)
     if (settings.form != "table" || !settings.columns.empty() || !settings.sort.empty())
         throw UsageError("dump has one form, the trace's: --output, --columns and --sort are not for it");
     Selection selection(Content::values, settings.ids);
-    Session session(viewer.guard, viewer.tap, settings, Listening::thorough);
+    Session session(settings);
     session.open();
     selection.resolve(session);
     // Before the query, whose result set would else be dumped twice and whose failure would end the connection.
     require(dumpState(), "dumping the state");
-    viewer.tap.passOn();
     std::vector<Row> rows;
     if (!selection.empty()) {
         const RIX_ResultSetToken_t results = session.ask(Content::values, selection.ids());
         require(dumpResultSet(results), "dumping the result set");
-        viewer.tap.passOn();
         rows = rowsOf(collect(Content::values, results), Content::values);
     }
-    session.beginClose();
     const ExitStatus status = reportFailures(rows, selection.unmatched(), settings);
-    session.endClose();
+    session.close();
     return status;
 }
 

@@ -1,13 +1,11 @@
-// What commands share: the settings, the guard, the trace, and the way from rows to standard output.
+// What commands share: the settings, and the way from rows to standard output.
 #ifndef RIXSTAT_VIEWER_H
 #define RIXSTAT_VIEWER_H
 
 #include "codes.h"
 #include "document.h"
-#include "guard.h"
 #include "session.h"
 #include "settings.h"
-#include "trace_tap.h"
 #include "writer.h"
 
 #include <memory>
@@ -20,8 +18,6 @@ struct Viewer
     const std::string command;
     const FieldPlan *plan; // null: the command has no rows
     const Settings &settings;
-    Guard &guard;
-    TraceTap &tap;
 };
 
 // Turns rows into text by the options of the command line: fields, order, form.

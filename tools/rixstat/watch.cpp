@@ -2,6 +2,7 @@
 // gateway is lost.
 #include "codes.h"
 #include "commands.h"
+#include "interrupt.h"
 #include "output.h"
 #include "schedule.h"
 #include "screen.h"
@@ -50,7 +51,6 @@ private:
     bool isOver() const;
     ExitStatus status() const;
 
-    const Viewer &viewer;
     const Settings &settings;
     Presenter presenter;
     std::optional<Screen> screen;
@@ -70,7 +70,7 @@ private:
 constexpr seconds longestPause{30};
 
 Watch::Watch(const Viewer &given)
-    : viewer(given), settings(given.settings), presenter(given), selection(Content::values, given.settings.ids)
+    : settings(given.settings), presenter(given), selection(Content::values, given.settings.ids)
 {
     if (!Screen::isThere() || (settings.form != "table" && settings.form != "wide")) return;
     screen.emplace(settings.form == "table", !settings.noHeaders);
@@ -82,13 +82,10 @@ ExitStatus Watch::run()
     Schedule schedule(settings.interval);
     while (show(next()) && !isOver()) {
         const Clock::time_point then = std::exchange(atOnce, false) ? Clock::now() : schedule.next();
-        if (viewer.guard.pauseUntil(then) == Guard::Pause::readerGone) break;
+        if (pauseUntil(then) == Pause::readerGone) break;
     }
     if (screen && selection.empty()) reportFailures({}, selection.unmatched(), settings); // the screen has hidden it
-    if (session) {
-        session->beginClose();
-        session->endClose();
-    }
+    if (session) session->close();
     return status();
 }
 
@@ -116,7 +113,7 @@ Document Watch::next()
 
 void Watch::connect()
 {
-    session.emplace(viewer.guard, viewer.tap, settings, Listening::thorough);
+    session.emplace(settings);
     session->open();
     resolve();
     if (shown == 0 && reportFailures({}, selection.unmatched(), settings) != exitGood) complete = false;
@@ -134,7 +131,6 @@ Document Watch::sample()
     if (selection.empty()) resolve();
     std::vector<Row> rows = rowsOf(selection.fetch(*session), Content::values);
     const Clock::time_point answered = Clock::now();
-    session->listen(Listening::brief); // should it fail later on, the next connection tells more
     addGroups(rows, groups);
     series.follow(rows, answered);
     for (Row &row : rows) {
@@ -203,7 +199,7 @@ std::string Watch::alarm() const
     if (!outage) return {};
     const auto gone = std::chrono::duration_cast<seconds>(Clock::now() - outage->since);
     return "GATEWAY LOST for " + std::to_string(gone.count()) + " s: " + codeName(outage->failure.code) + ": " +
-           meaningOf(outage->failure);
+           outage->failure.happened;
 }
 
 std::string Watch::outageText() const
