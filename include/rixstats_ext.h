@@ -89,14 +89,15 @@ enum RIX_SocketError
  */
 typedef struct _RIX_Failure_t
 {
-    int size;         /* in: sizeof(RIX_Failure_t), set by the caller; out: how many bytes were filled */
-    int code;         /* the code that the call returned; STAPI_OK: no call of this thread has failed yet */
-    int step;         /* RIX_STEP_...: what the call was doing */
-    int socketErrno;  /* errno of the system call that failed (ETIMEDOUT: a time limit), or RIX_PEER_CLOSED ... */
-    int resolverCode; /* getaddrinfo()'s code, for gai_strerror() */
-    int gatewayRc;    /* the gateway's result in a reply's header, by which it refused the request */
-    int authRc;       /* the gateway's refusal of the authorisation */
-    int adminRc;      /* the gateway's refusal of a management request */
+    int size;          /* in: sizeof(RIX_Failure_t), set by the caller; out: how many bytes were filled */
+    int code;          /* the code that the call returned; STAPI_OK: no call of this thread has failed yet */
+    int step;          /* RIX_STEP_...: what the call was doing */
+    int socketErrno;   /* errno of the system call that failed (ETIMEDOUT: a time limit), or RIX_PEER_CLOSED ... */
+    int resolverCode;  /* getaddrinfo()'s code, for gai_strerror() */
+    int gatewayRc;     /* the gateway's result in a reply's header, by which it refused the request */
+    int authRc;        /* the gateway's refusal of the authorisation */
+    int adminRc;       /* the gateway's refusal of a management request */
+    int exceptionFlag; /* 1: the gateway could not execute the request; its own log tells why */
 } RIX_Failure_t;
 
 /*

@@ -9,6 +9,7 @@
 #include "stapi_rix_socketcomms.h"
 
 #include "rixstats.h"
+#include "stapi_rix_call.h"
 #include "stapi_rix_diag.h"
 #include "stapi_rix_flowarea.h"
 
@@ -89,6 +90,7 @@ static int readAdminReply(char **data, AdminRequest *request, ReasonCodes *reaso
     request->exceptionFlag = static_cast<char>(readU8(in));
     if (in.bad) return STAPI_GATEWAY_EXCHANGE_FAILED;
     if (request->exceptionFlag != 0) {
+        callState.present.exceptionFlag = 1;
         EXC(3205, "stapi_rix_socketcomms.flowAdminRequest Exception occured during request execution\n");
         return FLOW_ADMIN_REFUSED;
     }

@@ -124,17 +124,23 @@ class Failure:
     """Why a call failed, as far as it is known. What does not apply is 0."""
 
     step: Step = Step.NONE
-    errno: int = 0  # of the system call that failed; -1: the gateway closed the connection instead of answering
+    # Of the system call that failed; -1: the gateway closed the connection before its answer was complete, -2: another
+    # thread closed it.
+    errno: int = 0
     resolver_code: int = 0  # getaddrinfo()'s
     gateway_rc: int = 0  # the code by which the gateway refused a request ...
     auth_rc: int = 0  # ... the authorisation ...
     admin_rc: int = 0  # ... or a management request
+    exception_flag: int = 0  # 1: the gateway could not execute the request
 
     def __str__(self) -> str:
         if refusal := self.auth_rc or self.admin_rc or self.gateway_rc:
             return f"{self.step.name.lower()}: refused with the gateway's code {refusal}"
-        if self.errno == -1:
-            return f"{self.step.name.lower()}: the gateway closed the connection"
+        if self.exception_flag != 0:
+            return f"{self.step.name.lower()}: the gateway could not execute the request"
+        if self.errno in (-1, -2):
+            who = "the gateway" if self.errno == -1 else "another thread"
+            return f"{self.step.name.lower()}: {who} closed the connection"
         if self.errno != 0:
             return f"{self.step.name.lower()}: {os.strerror(self.errno)}"
         return "" if self.step == Step.NONE else self.step.name.lower()
@@ -241,7 +247,7 @@ class _StatData(ctypes.Structure):
 
 class _FailureData(ctypes.Structure):
     _fields_ = [(name, ctypes.c_int) for name in ("size", "code", "step", "errno", "resolver_code", "gateway_rc",
-                                                  "auth_rc", "admin_rc")]
+                                                  "auth_rc", "admin_rc", "exception_flag")]
 
 
 _ENDS_CONNECTION = (Code.STAPI_COMMS_FAILURE, Code.STAPI_GATEWAY_EXCHANGE_FAILED, Code.STAPI_GATEWAY_TOKEN_NOT_FOUND,
@@ -296,7 +302,8 @@ def _error(call: str, code: int) -> Error:
     """The error of the call of the library that this thread has made last."""
     data = _FailureData(size=ctypes.sizeof(_FailureData))
     _library().rixGetLastFailure(ctypes.byref(data))
-    failure = Failure(Step(data.step), data.errno, data.resolver_code, data.gateway_rc, data.auth_rc, data.admin_rc)
+    failure = Failure(Step(data.step), data.errno, data.resolver_code, data.gateway_rc, data.auth_rc, data.admin_rc,
+                      data.exception_flag)
     return (TimedOut if code in _TIMED_OUT else Error)(call, code, failure if data.code == code else Failure())
 
 

@@ -27,7 +27,7 @@ protected:
     static std::vector<int> fieldsOf(const RIX_Failure_t &failure)
     {
         return {failure.code,      failure.step,   failure.socketErrno, failure.resolverCode,
-                failure.gatewayRc, failure.authRc, failure.adminRc};
+                failure.gatewayRc, failure.authRc, failure.adminRc, failure.exceptionFlag};
     }
 
     void expectOpeningFails(const Faults &faults, std::vector<int> expected)
@@ -49,7 +49,7 @@ protected:
         simulator->setFaults({});
         RIX_ResultSetToken_t stale = nullptr;
         EXPECT_EQ(STAPI_GATEWAY_TOKEN_NOT_FOUND, getStats(gateway, &stale));
-        EXPECT_EQ((std::vector<int>{STAPI_GATEWAY_TOKEN_NOT_FOUND, RIX_STEP_NONE, 0, 0, 0, 0, 0}), fieldsOf(last()));
+        EXPECT_EQ((std::vector<int>{STAPI_GATEWAY_TOKEN_NOT_FOUND, RIX_STEP_NONE, 0, 0, 0, 0, 0, 0}), fieldsOf(last()));
     }
 };
 
@@ -62,15 +62,15 @@ TEST_F(FailureTest, EachStepOfAnOpeningTellsWhyItFailed)
     EXPECT_EQ(RIX_STEP_RESOLVE, unknown.step);
     EXPECT_NE(0, unknown.resolverCode);
 
-    expectOpeningFails(refusal(1, 7), {STAPI_CONNECT_FAILED, RIX_STEP_HANDSHAKE, 0, 0, 7, 0, 0});
-    expectOpeningFails(refusal(2, 7), {STAPI_CONNECT_FAILED, RIX_STEP_AUTHORISE, 0, 0, 7, 0, 0});
-    expectOpeningFails(refusal(1, 0, 0, false, 8), {STAPI_CONNECT_FAILED, RIX_STEP_AUTHORISE, 0, 0, 0, 8, 0});
-    expectOpeningFails(refusal(4, 0, 9), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_VERSION, 0, 0, 0, 0, 9});
+    expectOpeningFails(refusal(1, 7), {STAPI_CONNECT_FAILED, RIX_STEP_HANDSHAKE, 0, 0, 7, 0, 0, 0});
+    expectOpeningFails(refusal(2, 7), {STAPI_CONNECT_FAILED, RIX_STEP_AUTHORISE, 0, 0, 7, 0, 0, 0});
+    expectOpeningFails(refusal(1, 0, 0, false, 8), {STAPI_CONNECT_FAILED, RIX_STEP_AUTHORISE, 0, 0, 0, 8, 0, 0});
+    expectOpeningFails(refusal(4, 0, 9), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_VERSION, 0, 0, 0, 0, 9, 0});
     expectOpeningFails(dropInside(3, 0),
-                       {STAPI_CONNECT_FAILED, RIX_STEP_AUTHORISE, RIX_PEER_CLOSED, 0, 0, 0, 0});
+                       {STAPI_CONNECT_FAILED, RIX_STEP_AUTHORISE, RIX_PEER_CLOSED, 0, 0, 0, 0, 0});
     simulator->stop();
     EXPECT_EQ(STAPI_CONNECTION_REFUSED, openGatewayConnection(port, &gateway, &version));
-    EXPECT_EQ((std::vector<int>{STAPI_CONNECTION_REFUSED, RIX_STEP_CONNECT, ECONNREFUSED, 0, 0, 0, 0}),
+    EXPECT_EQ((std::vector<int>{STAPI_CONNECTION_REFUSED, RIX_STEP_CONNECT, ECONNREFUSED, 0, 0, 0, 0, 0}),
               fieldsOf(last()));
     simulator->start();
 }
@@ -78,10 +78,12 @@ TEST_F(FailureTest, EachStepOfAnOpeningTellsWhyItFailed)
 TEST_F(FailureTest, AQueryTellsWhyItFailed)
 {
     start();
-    expectQueryFails(refusal(6, 7), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, 0, 0, 7, 0, 0});
-    expectQueryFails(refusal(7, 0, 9), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, 0, 0, 0, 0, 9});
-    expectQueryFails(dropInside(7, 0), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, RIX_PEER_CLOSED, 0, 0, 0, 0});
-    expectQueryFails(dropInside(7, 60), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_PARSE, RIX_PEER_CLOSED, 0, 0, 0, 0});
+    expectQueryFails(refusal(6, 7), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, 0, 0, 7, 0, 0, 0});
+    expectQueryFails(refusal(7, 0, 9), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, 0, 0, 0, 0, 9, 0});
+    expectQueryFails(refusal(7, 0, 0, true), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, 0, 0, 0, 0, 0, 1});
+    expectQueryFails(dropInside(7, 20), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, RIX_PEER_CLOSED, 0, 0, 0, 0, 0});
+    expectQueryFails(dropInside(7, 0), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, RIX_PEER_CLOSED, 0, 0, 0, 0, 0});
+    expectQueryFails(dropInside(7, 60), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_PARSE, RIX_PEER_CLOSED, 0, 0, 0, 0, 0});
 }
 
 TEST_F(FailureTest, RefusedCallsCountAndSuccessesAndTheEndOfAWalkDoNot)
@@ -108,7 +110,7 @@ TEST_F(FailureTest, RefusedCallsCountAndSuccessesAndTheEndOfAWalkDoNot)
 TEST_F(FailureTest, NoByteBehindTheCallersRecordIsWritten)
 {
     EXPECT_EQ(STAPI_BAD_TRACE_LEVEL, setAPITraceLevel(6));
-    for (int size : {-1, 0, 7, 8, 12, 31, 32, 4000}) {
+    for (int size : {-1, 0, 7, 8, 12, 35, 36, 4000}) {
         union
         {
             RIX_Failure_t failure;
@@ -116,7 +118,7 @@ TEST_F(FailureTest, NoByteBehindTheCallersRecordIsWritten)
         } room;
         memset(&room, 'b', sizeof room);
         room.failure.size = size;
-        const int filled = size < 8 ? 4 : std::min(size, 32);
+        const int filled = size < 8 ? 4 : std::min(size, 36);
         EXPECT_EQ(size < 8 ? int{STAPI_BAD_RECORD_SIZE} : int{STAPI_OK}, rixGetLastFailure(&room.failure)) << size;
         EXPECT_EQ(size < 8 ? size : filled, room.failure.size);
         EXPECT_TRUE(size < 8 || room.failure.code == STAPI_BAD_TRACE_LEVEL);

@@ -54,6 +54,7 @@ const Advice &adviceFor(int code)
 std::string refusal(const RIX_Failure_t &record)
 {
     const int code = record.authRc != 0 ? record.authRc : record.adminRc != 0 ? record.adminRc : record.gatewayRc;
+    if (record.exceptionFlag != 0) return "the gateway refused the request: it could not execute it";
     if (code == 0) return {};
     const char *what = record.step == RIX_STEP_HANDSHAKE   ? "the greeting"
                        : record.step == RIX_STEP_AUTHORISE ? "the authorisation"
@@ -63,9 +64,9 @@ std::string refusal(const RIX_Failure_t &record)
 
 std::string breakage(const RIX_Failure_t &record)
 {
-    if (record.socketErrno == RIX_PEER_CLOSED) return "the gateway closed the connection instead of answering";
+    if (record.socketErrno == RIX_PEER_CLOSED) return "the gateway closed the connection before its answer was complete";
     if (record.socketErrno != 0) return "the connection broke: " + std::string(std::strerror(record.socketErrno));
-    return "the gateway could not execute the request, or sent an answer that cannot be read";
+    return "the gateway sent an answer that cannot be read";
 }
 
 } // namespace
