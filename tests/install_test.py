@@ -61,7 +61,7 @@ int main()
 
 
 def run(*command, **options):
-    done = subprocess.run([str(word) for word in command], capture_output=True, text=True, timeout=60, **options)
+    done = subprocess.run([str(word) for word in command], capture_output=True, text=True, timeout=300, **options)
     assert done.returncode == 0, f"{command}: {done.stdout}{done.stderr}"
     return done.stdout
 
@@ -96,7 +96,7 @@ class Installation(unittest.TestCase):
 
     def stop_simulator(self):
         self.simulator.terminate()
-        self.simulator.communicate(timeout=20)
+        self.simulator.communicate(timeout=300)
         self.assertEqual(0, self.simulator.returncode)
 
     def check_first_program(self, program):

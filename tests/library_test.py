@@ -17,7 +17,7 @@ EXTENSIONS = (pathlib.Path(SOURCE) / "include/rixstats_ext.h").read_text()
 
 
 def output_of(*command):
-    return subprocess.run(command, check=True, capture_output=True, text=True, timeout=60).stdout
+    return subprocess.run(command, check=True, capture_output=True, text=True, timeout=300).stdout
 
 
 class Library(unittest.TestCase):
@@ -66,7 +66,7 @@ class Pages(unittest.TestCase):
             source = pathlib.Path(directory) / "first.c"
             source.write_text(program)
             subprocess.run([COMPILER, "-std=c99", "-Wall", "-Wextra", "-Wpedantic", "-Werror", f"-I{SOURCE}/include", source,
-                            LIBRARY, "-Wl,--allow-shlib-undefined", "-o", f"{directory}/first"], check=True, timeout=60)
+                            LIBRARY, "-Wl,--allow-shlib-undefined", "-o", f"{directory}/first"], check=True, timeout=300)
 
     def test_first_program_prints_statistics(self):
         simulator = subprocess.Popen([SIMULATOR, "--port", "0"], stdout=subprocess.PIPE, text=True)
@@ -75,7 +75,7 @@ class Pages(unittest.TestCase):
             self.assertRegex(output_of(FIRST_PROGRAM, "127.0.0.1", port), r"Requests_Received\D+\d+")
         finally:
             simulator.terminate()
-            simulator.communicate(timeout=20)
+            simulator.communicate(timeout=300)
         self.assertEqual(0, simulator.returncode)
 
 

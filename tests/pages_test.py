@@ -65,7 +65,7 @@ def plain(text):
 
 
 def run(*command, **options):
-    return subprocess.run(command, capture_output=True, text=True, timeout=60, **options)
+    return subprocess.run(command, capture_output=True, text=True, timeout=300, **options)
 
 
 def programs():

@@ -3,14 +3,18 @@ output forms."""
 import csv
 import io
 import json
+import os
 import re
+import select
 import signal
 import socket
 import subprocess
 import sys
 import threading
+import time
 
 RIXSTAT, RIXGWSIM = sys.argv[1:3]
+LIMIT = 300  # seconds, after which something hangs: a slow machine must not come near them
 
 
 class Simulator:
@@ -25,7 +29,7 @@ class Simulator:
 
     def stop(self, how=signal.SIGTERM):
         self.process.send_signal(how)
-        _, self.complaints = self.process.communicate(timeout=20)
+        _, self.complaints = self.process.communicate(timeout=LIMIT)
         return self.process.returncode
 
     def __exit__(self, *_):
@@ -33,11 +37,19 @@ class Simulator:
             self.stop()
 
 
+def port_holder():
+    """A socket that keeps a free port from others: nothing listens there, but a simulator can."""
+    holder = socket.socket()
+    holder.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    holder.bind(("127.0.0.1", 0))
+    return holder
+
+
 class SilentAfter:
     """Passes on to a gateway, but for its replies from one on: those are swallowed."""
 
     def __init__(self, port, replies):
-        self.target, self.replies = int(port), replies
+        self.target, self.replies, self.requests = int(port), replies, 0
         self.swallowed = threading.Event()
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.port = str(self.listener.getsockname()[1])
@@ -47,19 +59,27 @@ class SilentAfter:
         while True:
             try:
                 client, _ = self.listener.accept()
-            except OSError: # the test is over
+            except OSError:  # the test is over
                 return
             with client, socket.create_connection(("127.0.0.1", self.target)) as gateway:
-                client.settimeout(20)
-                gateway.settimeout(20)
-                while request := client.recv(65536):
-                    gateway.sendall(request)
-                    answer = gateway.recv(65536)
-                    self.replies -= 1
-                    if self.replies >= 0:
-                        client.sendall(answer)
-                    else:
-                        self.swallowed.set()
+                self.pass_on(client, gateway)
+
+    def pass_on(self, client, gateway):
+        watched, latest = [client, gateway], gateway
+        while ready := select.select(watched, [], [], LIMIT)[0]:
+            data = ready[0].recv(65536)
+            self.requests += ready[0] is client and latest is gateway  # either may come in several pieces
+            latest = ready[0]
+            if latest is client and data:
+                gateway.sendall(data)
+            elif latest is client:
+                return
+            elif not data:
+                watched.remove(gateway)  # which has said good-bye
+            elif self.requests <= self.replies:
+                client.sendall(data)
+            else:
+                self.swallowed.set()
 
     def __enter__(self):
         return self
@@ -68,8 +88,55 @@ class SilentAfter:
         self.listener.close()
 
 
+class Running:
+    """A viewer that runs on, and all that it has written to its standard output so far, a pipe or the terminal given.
+
+    It is read past the buffers of Popen, which would keep what they hold from a later communicate()."""
+
+    def __init__(self, *arguments, terminal=None, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options):
+        self.process = subprocess.Popen([RIXSTAT, *arguments], stdout=stdout, stderr=stderr, **options)
+        self.source = self.process.stdout.fileno() if terminal is None else terminal
+        self.output = b""
+
+    def read(self, enough):
+        """Reads on until there is enough, or to the end; whether there is enough."""
+        end = time.monotonic() + LIMIT
+        while not enough():
+            left = max(end - time.monotonic(), 0)
+            assert select.select([self.source], [], [], left)[0], f"nothing more, or no end: {self.output[-500:]}"
+            try:
+                data = os.read(self.source, 65536)
+            except OSError:  # the end of a terminal
+                data = b""
+            if not data:
+                return False
+            self.output += data
+        return True
+
+    def read_until(self, pattern, count=1):
+        """Reads on until there are so many matches of the pattern."""
+        enough = self.read(lambda: len(re.findall(pattern, self.output)) >= count)
+        assert enough, f"not {count} of {pattern}: {self.output[-500:]}"
+
+    def end(self, how):
+        """What it has written, what it complained of, and its status on this signal."""
+        self.process.send_signal(how)
+        self.read(lambda: False)
+        return self.output.decode(), *self.close()
+
+    def close(self):
+        """Reads no more; what it complained of, and its status."""
+        if self.process.stdout:
+            self.process.stdout.close()
+        status = self.process.wait(timeout=LIMIT)
+        if self.process.stderr is None:
+            return "", status
+        with self.process.stderr as complaints:
+            return complaints.read().decode(), status
+
+
 def rixstat(*arguments, **options):
-    return subprocess.run([RIXSTAT, *arguments], capture_output=True, text=True, timeout=60, **options)
+    return subprocess.run([RIXSTAT, *arguments], capture_output=True, text=True, timeout=LIMIT, **options)
 
 
 def unescaped(text):

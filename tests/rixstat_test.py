@@ -11,6 +11,7 @@ import pty
 import re
 import resource
 import select
+import shlex
 import signal
 import socket
 import struct
@@ -20,14 +21,15 @@ import tempfile
 import termios
 import time
 import unittest
+from concurrent.futures import ThreadPoolExecutor
 
 sys.dont_write_bytecode = True # leaves nothing behind in the source directory
-from rixstat_support import (RIXSTAT, SilentAfter, Simulator, prometheus_values, read_prometheus, read_table, rixstat,
-                             samples_of, unescaped)
+from rixstat_support import (LIMIT, RIXSTAT, Running, SilentAfter, Simulator, port_holder, prometheus_values,
+                             read_prometheus, read_table, rixstat, samples_of, unescaped)
 
 SOURCE = pathlib.Path(sys.argv[3])
 RUNNING_FORMS = ("json", "ndjson", "csv", "tsv", "prom")
-SILENCE = "0.3"
+SILENCE = "2"  # more than a slow machine needs for an answer
 
 
 class Files(unittest.TestCase):
@@ -105,10 +107,10 @@ class Forms(Files):
         path = self.file("empty.catalogue", "group Only\ngroup Other\ntext T 1\n")
         with Simulator("--catalogue", path) as gateway:
             metrics = read_prometheus(rixstat("--port", gateway.port, "-o", "prom", "ids").stdout)
-            gone = gateway.port
         self.assertEqual([(("group", "Other"), ("id", "Other_T"))], list(metrics["rixstat_ids_info"]))
         for command in ("groups", "get", "watch"):
-            result = rixstat("--port", gone, "-o", "prom", command)
+            with port_holder() as nobody:
+                result = rixstat("--port", str(nobody.getsockname()[1]), "-o", "prom", command)
             self.assertEqual((3, {"rixstat_up": {(): "0"}}), (result.returncode, read_prometheus(result.stdout)))
 
     def test_columns_order_and_patterns(self):
@@ -138,20 +140,23 @@ class Forms(Files):
 
 
 class Watch(Files):
-    def watch(self, gateway, *arguments, **options):
-        return subprocess.Popen([RIXSTAT, "--port", gateway.port, "watch", *arguments], stdout=subprocess.PIPE,
-                                stderr=subprocess.PIPE, text=True, **options)
+    def watch(self, gateway, *arguments):
+        viewer = Running("--port", gateway.port, "watch", *arguments)
+        self.addCleanup(viewer.process.kill)
+        return viewer
 
     def rows(self, text):
         return [json.loads(line) for line in text.splitlines()]
 
     def test_keeps_its_schedule(self):
-        with Simulator("--delay", "20") as gateway:
-            result = rixstat("--port", gateway.port, "watch", "-i", "0.1", "-n", "12", "-o", "csv", "Queue_Length")
+        with Simulator("--delay", "60") as gateway:  # an answer takes 0.12 s
+            result = rixstat("--port", gateway.port, "watch", "-i", "0.3", "-n", "8", "-o", "csv", "Queue_Length")
         seconds = [float(line.split(",")[0][17:23]) for line in result.stdout.splitlines()[1:]]
-        self.assertEqual((0, 12), (result.returncode, len(seconds)))
-        late = [(second - seconds[1]) % 60 - (number - 1) * 0.1 for number, second in enumerate(seconds[1:], 1)]
-        self.assertLess(max(min(abs(off), abs(off - 60)) for off in late), 0.06, late)
+        self.assertEqual((0, 8), (result.returncode, len(seconds)))
+        # Had the interval begun behind the answer, no two samples could be nearer than both together, however slow the
+        # machine. The first sample asks for more than the others.
+        steps = [(later - earlier) % 60 for earlier, later in zip(seconds[1:], seconds[2:])]
+        self.assertLess(min(steps), 0.4)
 
     def test_change_rate_and_restarts(self):
         path = self.file("c", "group G\ninterval Counter 10 5\ngauge Gauge 100 120 5\ngauge Cold -120 -100 5\ncounter Fast 1000\ntext Word x\n")
@@ -179,59 +184,62 @@ class Watch(Files):
             for form in RUNNING_FORMS:
                 for count, how in ((1, signal.SIGINT), (2, signal.SIGTERM), (3, signal.SIGINT)):
                     viewer = self.watch(gateway, "-i", "0.03", "-o", form)
-                    text = ""
-                    while len(samples_of(form, text)) < count:
-                        text += viewer.stdout.readline() if form == "json" else self.sample(viewer, form)
-                    viewer.send_signal(how)
-                    rest, complaints = viewer.communicate(timeout=10)
-                    samples = samples_of(form, text + rest)
-                    self.assertEqual((130, ""), (viewer.returncode, complaints), form)
+                    end = b"# EOF\n" if form == "prom" else b"Statistics_Collection_Time.*\n"
+                    viewer.read_until(end + b"(?s:.)", count)  # and the next one has begun
+                    text, complaints, status = viewer.end(how)
+                    samples = samples_of(form, text)
+                    self.assertEqual((130, ""), (status, complaints), form)
+                    self.assertGreater(len(samples), count)
                     self.assertEqual(1, len({len(sample) for sample in samples}), (form, "every sample has every statistic"))
-
-    def sample(self, viewer, form):
-        lines = 105 if form == "ndjson" else 1000
-        text = ""
-        while lines > 0 and not text.endswith("# EOF\n") and "Statistics_Collection_Time" not in text[-200:]:
-            text += viewer.stdout.readline()
-            lines -= 1
-        return text
 
     def test_a_reader_that_goes_ends_it_quietly(self):
         with Simulator() as gateway:
             for form in ("table", "json", "csv"):
-                viewer = self.watch(gateway, "-i", "30", "-o", form)
-                viewer.stdout.readline()
-                viewer.stdout.close()
-                self.assertEqual(0, viewer.wait(timeout=5), "well before the next sample")
-                self.assertEqual("", viewer.stderr.read())
-                viewer.stderr.close()
+                viewer = self.watch(gateway, "-i", "3600", "-o", form)
+                viewer.read_until(b"\n")
+                self.assertEqual(("", 0), viewer.close(), "well before the next sample")
             reading, writing = os.pipe()
             os.close(reading)
-            once = subprocess.run([RIXSTAT, "--port", gateway.port, "get"], stdout=writing, stderr=subprocess.PIPE, timeout=10)
+            once = subprocess.run([RIXSTAT, "--port", gateway.port, "get"], stdout=writing, stderr=subprocess.PIPE, timeout=LIMIT)
             os.close(writing)
             self.assertEqual((0, b""), (once.returncode, once.stderr))
 
     def test_survives_a_lost_gateway_and_marks_the_gap(self):
-        gateway = Simulator()
-        viewers = {form: self.watch(gateway, "-i", "0.1", "-n", "22", "-o", form, "Queue_Added")
-                   for form in ("ndjson", "json", "prom", "csv")}
-        time.sleep(0.35)
-        gateway.stop()
-        time.sleep(0.3)
-        with Simulator(port=gateway.port) as again:
-            ends = {form: (*viewer.communicate(timeout=15), viewer.returncode) for form, viewer in viewers.items()}
-        for form, (text, complaints, status) in ends.items():
+        gap, sample = rb'("gap":"|"note":"gap"|,gap,|rixstat_up 0)', rb"Queue_Added.*\n"
+        with port_holder() as holder:
+            port = str(holder.getsockname()[1])
+            with Simulator(port=port) as gateway:
+                viewers = {form: self.watch(gateway, "-i", "0.1", "-o", form, "Queue_Added")
+                           for form in ("ndjson", "json", "prom", "csv")}
+                for viewer in viewers.values():
+                    viewer.read_until(sample)
+            for viewer in viewers.values():
+                viewer.read_until(gap)
+            with Simulator(port=port):
+                for viewer in viewers.values():
+                    viewer.read_until(gap + rb"[^\0]*" + sample)
+                ends = {form: viewer.close() for form, viewer in viewers.items()}
+        texts = {form: viewer.output.decode() for form, viewer in viewers.items()}
+        for form, (complaints, status) in ends.items():
+            self.assertTrue(samples_of(form, texts[form]))
             self.assertEqual((1, 2), (status, complaints.count("\n")), complaints)
             self.assertRegex(complaints, r"-1\d\d\).*connecting again\n.*connected again after \d+ s\n")
-            self.assertTrue(samples_of(form, text))
-        rows = self.rows(ends["ndjson"][0])
+        rows = self.rows(texts["ndjson"])
         notes = [row["note"] for row in rows]
-        self.assertEqual((22, 1), (len(rows), notes.count("after gap")))
-        first = notes.index("gap")
-        self.assertEqual({"gap"}, set(notes[first:notes.index("after gap")]))
-        self.assertTrue(all(row["rate"] is None for row in rows[first:notes.index("after gap") + 1]))
-        self.assertEqual({"0", "1"}, set(re.findall(r"^rixstat_up (\d)", ends["prom"][0], re.M)))
-        self.assertTrue(any(json.loads(line).get("gap") for line in ends["json"][0].splitlines()))
+        self.assertEqual(1, notes.count("after gap"))
+        first, after = notes.index("gap"), notes.index("after gap")
+        self.assertEqual({"gap"}, set(notes[first:after]))
+        self.assertTrue(all(row["rate"] is None for row in rows[first:after + 1]))
+        self.assertEqual({"0", "1"}, set(re.findall(r"^rixstat_up (\d)", texts["prom"], re.M)))
+        self.assertTrue(any(json.loads(line).get("gap") for line in texts["json"].splitlines()))
+
+    def test_gaps_count_as_samples(self):
+        with Simulator("--scenario", self.file("s", "connection 1 query 3 drop\nconnection 2 drop\n")) as gateway:
+            result = rixstat("--port", gateway.port, "watch", "-i", "0.3", "-n", "8", "-o", "csv", "Queue_Added")
+        samples = result.stdout.splitlines()[1:]
+        self.assertEqual((1, 8), (result.returncode, len(samples)))
+        self.assertIn(",gap,", samples[2])
+        self.assertIn(",after gap,", result.stdout)
 
     def test_a_gateway_that_dies_in_any_flow_leaves_whole_output(self):
         for flow in range(1, 12):
@@ -247,22 +255,19 @@ class Watch(Files):
 
 
 class Terminal(unittest.TestCase):
-    def session(self, gateway, seconds, width=80, arguments=(), **environment):
-        """What a terminal of 24 lines is sent by watch in so many seconds, and the viewer's status on ^C."""
+    def session(self, gateway, width=80, arguments=(), shown=rb"\x1b\[H", **environment):
+        """What watch sends to a terminal of 24 lines, until it has shown this six times, and its status on ^C."""
         master, slave = pty.openpty()
         fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, width, 0, 0))
         environment = {"PATH": os.environ["PATH"], "TERM": "xterm", "LC_ALL": "C.UTF-8", **environment}
-        viewer = subprocess.Popen([RIXSTAT, "--port", gateway.port, "watch", "-i", "0.1", *arguments], stdin=slave, stdout=slave,
-                                  stderr=slave, env=environment)
+        viewer = Running("--port", gateway.port, "watch", "-i", "0.1", *arguments, terminal=master, stdin=slave,
+                         stdout=slave, stderr=slave, env=environment)
+        self.addCleanup(viewer.process.kill)
         os.close(slave)
-        sent, end = b"", time.monotonic() + seconds
-        while (left := end - time.monotonic()) > 0:
-            if select.select([master], [], [], left)[0]:
-                sent += os.read(master, 65536)
-        viewer.send_signal(signal.SIGINT)
-        status = viewer.wait(timeout=5)
+        viewer.read_until(shown, 6)
+        sent, _, status = viewer.end(signal.SIGINT)
         os.close(master)
-        return sent.decode(), status
+        return sent, status
 
     def check_frames(self, text, width):
         frames = text.split("\x1b[H")[1:-1]
@@ -279,8 +284,9 @@ class Terminal(unittest.TestCase):
         return frames
 
     def test_is_redrawn_in_place_without_wrapping(self):
-        with Simulator() as gateway:
-            text, status = self.session(gateway, 1)
+        # The rates have to fit their column also where a late sample leaves little time to the next.
+        with Simulator("--clock-step", "50") as gateway:
+            text, status = self.session(gateway)
         frames = self.check_frames(text, 80)
         self.assertEqual(130, status)
         self.assertIn("\x1b[1m", frames[-1])
@@ -290,16 +296,16 @@ class Terminal(unittest.TestCase):
 
     def test_narrow_screens_keep_what_they_can(self):
         with Simulator() as gateway:
-            shown = {width: self.session(gateway, 1, width)[0] for width in (20, 30)}
-            numbers, _ = self.session(gateway, 1, 24, ("--columns", "value,change,rate", "Requests"))
+            shown = {width: self.session(gateway, width)[0] for width in (20, 30)}
+            numbers, _ = self.session(gateway, 24, ("--columns", "value,change,rate", "Requests"))
         for width, text in shown.items():
             self.assertEqual(width == 30, "VALUE" in self.check_frames(text, width)[-1])
         self.assertRegex(self.check_frames(numbers, 24)[-1], r"VALUE +CHANGE\x1b")
 
     def test_honours_no_color_and_terminals_that_cannot(self):
         with Simulator() as gateway:
-            plain, _ = self.session(gateway, 0.7, 60, NO_COLOR="1", LC_ALL="C")
-            dumb, _ = self.session(gateway, 0.4, TERM="dumb")
+            plain, _ = self.session(gateway, 60, NO_COLOR="1", LC_ALL="C")
+            dumb, _ = self.session(gateway, shown=b"Requests_Bytes_In", TERM="dumb")
         self.check_frames(plain, 60)
         self.assertNotRegex(plain, r"\x1b\[\d*m")
         self.assertTrue(plain.isascii())
@@ -313,25 +319,31 @@ class Failures(Files):
             self.assertRegex(result.stderr, pattern)
 
     def test_a_gateway_silent_at_any_flow_ends_every_command(self):
-        with Simulator() as gateway:
-            for replies in range(8):
-                with SilentAfter(gateway.port, replies) as silent:
-                    begin = time.monotonic()
-                    result = rixstat("--port", silent.port, "--timeout", SILENCE, "-o", "json", "get", "Queue_Length")
-                    taken = time.monotonic() - begin
+        def ask(replies, *command):
+            with SilentAfter(gateway.port, replies) as silent:
+                begin = time.monotonic()
+                result = rixstat("--port", silent.port, "--timeout", SILENCE, *command)
+                self.assertGreaterEqual(time.monotonic() - begin, float(SILENCE))
+            return result
+        commands = ("groups", "ids", "watch", "ping", "doctor", "dump")
+        with Simulator() as gateway, ThreadPoolExecutor(5) as several, SilentAfter(gateway.port, 0) as silent:
+            patient = Running("--port", silent.port, "--timeout", "10", "get")
+            self.addCleanup(patient.process.kill)
+            gets = [several.submit(ask, replies, "-o", "json", "get", "Queue_Length") for replies in range(8)]
+            late_doctor = several.submit(ask, 7, "doctor")
+            others = [several.submit(ask, 5 if command == "dump" else 1, command) for command in commands]
+            gets[0].result()
+            self.assertIsNone(patient.process.poll(), "the longer limit ends later")
+            self.assertEqual(4, patient.close()[1])
+            for replies, result in enumerate(get.result() for get in gets):
                 step = "opening" if replies < 5 else "asking for statistics" if replies < 7 else "closing"
-                self.check(result, 4, f"{step}.* STAPI_.*no answer within 0.3 seconds.*--timeout")
+                self.check(result, 4, f"{step}.* STAPI_.*no answer within {SILENCE} seconds.*--timeout")
                 self.assertEqual(step == "closing", result.stdout != "" and len(json.loads(result.stdout)["items"]) == 1)
-                self.assertTrue(0.25 < taken < 3, taken)
-            with SilentAfter(gateway.port, 7) as silent:
-                doctor = rixstat("--port", silent.port, "--timeout", SILENCE, "doctor")
-            self.check(doctor, 4, "closing")
-            self.assertEqual(6, doctor.stdout.count("  ok  "))
-            for command in ("groups", "ids", "watch", "ping", "doctor", "dump"):
-                with SilentAfter(gateway.port, 5 if command == "dump" else 1) as silent:
-                    result = rixstat("--port", silent.port, "--timeout", SILENCE, command)
+            self.check(late_doctor.result(), 4, "closing")
+            self.assertEqual(6, late_doctor.result().stdout.count("  ok  "))
+            for command, result in zip(commands, (other.result() for other in others)):
                 self.assertEqual(4, result.returncode, command)
-                self.assertRegex(result.stderr, "no answer within 0.3 seconds")
+                self.assertRegex(result.stderr, f"no answer within {SILENCE} seconds")
 
     def test_signals_end_the_wait_for_a_silent_gateway(self):
         with Simulator() as gateway:
@@ -394,7 +406,7 @@ class Failures(Files):
         with Simulator() as gateway, open(self.directory / "piped", "w+") as piped:
             reader = subprocess.Popen(["cat", pipe], stdout=piped)
             result = rixstat("--port", gateway.port, "--trace", "4", "--trace-file", str(pipe), "get")
-            self.assertEqual((0, 0), (result.returncode, reader.wait(timeout=20)))
+            self.assertEqual((0, 0), (result.returncode, reader.wait(timeout=LIMIT)))
             self.assertIn("[1006] EXIT", piped.seek(0) or piped.read())
             rixstat("--port", gateway.port, "--trace-file", str(path) + "3", "dump", "Queue_Length")
             untraced = rixstat("--port", gateway.port, "get", preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (0, 0)))
@@ -440,7 +452,7 @@ class Completion(Files):
         line = " ".join((RIXSTAT, "--port", gateway.port, *words))
         script = (f'source "{SOURCE}/tools/rixstat/completions/rixstat.bash"; COMP_LINE=$1 COMP_POINT=${{#1}}; '
                   '_rixstat rixstat "${1##*[ @=]}"; printf "%s\\n" "${COMPREPLY[@]}"')
-        return subprocess.run(["bash", "-c", script, "bash", line], capture_output=True, text=True, timeout=20,
+        return subprocess.run(["bash", "-c", script, "bash", line], capture_output=True, text=True, timeout=LIMIT,
                               cwd=self.directory).stdout.split()
 
     def test_offers_commands_forms_and_the_gateways_ids(self):
@@ -451,6 +463,39 @@ class Completion(Files):
             self.assertEqual(["Workers"], self.complete(gateway, "ids", "Wo"))
             self.assertIn("Workers", self.complete(gateway, "get", "Wo"))
             self.assertEqual(["Queue_Length", "Queue_Length_Limit"], self.complete(gateway, "-o", "csv", "watch", "Queue_L"))
+
+    def typed(self, gateway, line):
+        """The words that an interactive bash passes on for this line, after a tabulator at its end."""
+        child, terminal = pty.fork()
+        if child == 0:
+            os.chdir(self.directory)
+            os.execve("/bin/bash", ["bash", "--norc", "--noprofile", "-i"], {
+                "PATH": f"{pathlib.Path(RIXSTAT).resolve().parent}:{os.environ['PATH']}", "TERM": "dumb", "PS1": "ready$ ",
+                "HOME": str(self.directory), "HISTFILE": "", "LC_ALL": "C.UTF-8"})
+        sent = b""
+        for text, answer in (("", rb"ready\$ $"),
+                             (f"source {shlex.quote(str(SOURCE))}/tools/rixstat/completions/rixstat.bash\n", rb"\nready\$ $"),
+                             (f"rixstat --port {gateway.port} {line}\t\x01printf '%s|' 'en''d' \n", rb"end\|.*ready\$ $")):
+            os.write(terminal, text.encode())
+            sent = b""
+            while not re.search(answer, sent) and select.select([terminal], [], [], LIMIT)[0]:
+                sent += os.read(terminal, 65536)
+        os.close(terminal)
+        os.waitpid(child, 0)
+        return re.search(r"end\|(.*)\|", sent.decode())[1].split("|")
+
+    def test_reads_the_line_as_the_shell_does(self):
+        path = self.file("odd.catalogue", "group G\ntext $(>first) 1\ntext it's 1\ntext über 1\n")
+        self.file("a dir/it's $x", "")
+        self.file("ä ö/t", "")
+        with Simulator("--catalogue", path) as gateway:
+            for line, completed in ((r"""--columns 'a b' get --sort "x \" y" --trace-file get\ 't' -o c""", "csv"),
+                                    ("--output='j", "--output=json"), (r"get G_\$", "G_$(>first)"),
+                                    ("get 'G_$", "G_$(>first)"), (r'get "G_\$', "G_$(>first)"), ("get G_i", "G_it's"),
+                                    ("get 'G_i", "G_it's"), ("'get' 'G'_ü", "G_über"), ("--trace-file a", "a dir/"),
+                                    ('--trace-file "a dir/i', "a dir/it's $x"), ("--trace-file=ä", "--trace-file=ä ö/"),
+                                    (r"--trace-file ~/ä\ ö/", f"{self.directory}/ä ö/t")):
+                self.assertEqual(completed, self.typed(gateway, line)[-1], line)
 
     def test_never_runs_what_a_gateway_sends(self):
         path = self.file("evil.catalogue", "group G\ntext $(>first) 1\ntext `>second` 1\n")

@@ -14,7 +14,7 @@ import tempfile
 import unittest
 
 sys.dont_write_bytecode = True # leaves nothing behind in the source directory
-from rixstat_support import RIXGWSIM, RIXSTAT, Simulator, rixstat
+from rixstat_support import LIMIT, RIXGWSIM, RIXSTAT, Simulator, port_holder, rixstat
 
 
 class Viewer(unittest.TestCase):
@@ -68,9 +68,9 @@ class Viewer(unittest.TestCase):
         self.assertRegex(result.stdout, r"Nobody .*-1")
 
     def test_tells_in_one_line_what_went_wrong(self):
-        with socket.create_server(("127.0.0.1", 0)) as unused:
-            port = str(unused.getsockname()[1])
-        refused = rixstat("--port", port, "groups")
+        with port_holder() as nobody:
+            port = str(nobody.getsockname()[1])
+            refused = rixstat("--port", port, "groups")
         unknown = rixstat("--host", "no such host", "groups")
         with Simulator("--auth-rc", "8") as gateway:
             denied = rixstat("--port", gateway.port, "get")
@@ -92,7 +92,7 @@ class Viewer(unittest.TestCase):
 
     def test_output_that_cannot_be_written_is_a_failure(self):
         with Simulator() as gateway, open("/dev/full", "w") as full:
-            result = subprocess.run([RIXSTAT, "--port", gateway.port, "get"], stdout=full, stderr=subprocess.PIPE, timeout=60)
+            result = subprocess.run([RIXSTAT, "--port", gateway.port, "get"], stdout=full, stderr=subprocess.PIPE, timeout=LIMIT)
         self.assertEqual(1, result.returncode)
 
     def test_traces_to_a_file_and_dumps_for_support(self):
@@ -120,11 +120,16 @@ class SimulatorProgram(unittest.TestCase):
         for how in (signal.SIGINT, signal.SIGTERM):
             with Simulator() as gateway:
                 self.assertRegex(gateway.line, r"^listening on 127\.0\.0\.1:\d+\n$")
-                with socket.create_connection(("127.0.0.1", int(gateway.port)), timeout=10):
+                with socket.create_connection(("127.0.0.1", int(gateway.port)), timeout=LIMIT):
                     self.assertEqual(0, gateway.stop(how), "also with a connection open")
 
+    def test_tells_the_way_out_where_its_port_is_taken(self):
+        with Simulator() as first, Simulator(port=first.port) as second:
+            self.assertEqual(("", 1), (second.line, second.stop()))
+        self.assertRegex(second.complaints, rf"127\.0\.0\.1 port {first.port}: .*--port 0 .*\n$")
+
     def test_refuses_what_does_not_follow_the_protocol(self):
-        with Simulator() as gateway, socket.create_connection(("127.0.0.1", int(gateway.port)), timeout=10) as client:
+        with Simulator() as gateway, socket.create_connection(("127.0.0.1", int(gateway.port)), timeout=LIMIT) as client:
             client.sendall(b"GET / HTTP/1.0\r\n\r\n" + bytes(20))
             self.assertEqual(b"", client.recv(1))
             gateway.stop()
@@ -137,7 +142,7 @@ class SimulatorProgram(unittest.TestCase):
             with Simulator("--catalogue", path) as gateway:
                 shown = rixstat("--port", gateway.port, "get", "Orders").stdout
             pathlib.Path(path).write_text("group Orders\nfrobnicate Owner 1\n")
-            bad = subprocess.run([RIXGWSIM, "--catalogue", path], capture_output=True, text=True, timeout=60)
+            bad = subprocess.run([RIXGWSIM, "--catalogue", path], capture_output=True, text=True, timeout=LIMIT)
         self.assertRegex(shown, r"Orders_Owner +Night shift\n")
         self.assertIn("0123456789" * 300, shown)
         self.assertNotEqual(0, bad.returncode)

@@ -33,7 +33,7 @@ protected:
 
     void waitForRequests(std::size_t count) const
     {
-        for (int i = 0; i < 10000 && simulator->requests().size() < count; ++i)
+        for (int i = 0; i < kLongestWait && simulator->requests().size() < count; ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         ASSERT_EQ(count, simulator->requests().size());
     }
@@ -219,7 +219,7 @@ TEST_F(Threads, SixtyFourConnectionsTraceToOneFileWhileItsLevelAndDestinationCha
     ::close(mkstemp(traceFile));
     std::atomic<bool> done{false};
     std::thread switcher([&] {
-        for (int i = 0; !done && i < 100000; i++) {
+        for (int i = 0; i < 100 || !done; i++) { // often enough to fill the file alone
             EXPECT_EQ(STAPI_OK, setAPITraceLevel(i % 6));
             EXPECT_EQ(STAPI_OK, setAPITraceFile(i / 7 % 2 == 0 ? traceFile : "/dev/null"));
             EXPECT_EQ(STAPI_OK, dumpState());
@@ -233,7 +233,7 @@ TEST_F(Threads, SixtyFourConnectionsTraceToOneFileWhileItsLevelAndDestinationCha
         user.join();
     done = true;
     switcher.join();
-    EXPECT_GT(countWholeLines(traceFile), 100); // how many is a matter of time, but dumps are written at any level
+    EXPECT_GT(countWholeLines(traceFile), 100); // how many of the users is a matter of time
     unlink(traceFile);
 }
 

@@ -73,7 +73,7 @@ static Walk live(int port, const Query &query)
 // The second life has to be none the worse for the first one's fault.
 static void liveTwice(const Query &query, const Injection &fault)
 {
-    alarm(20); // ends a life that waits for ever
+    alarm(kLongestTest);
     const std::ptrdiff_t descriptors = countDescriptors();
     const long blocks = usedBlocks();
     {

@@ -43,8 +43,11 @@ TEST_F(WeatherTest, StormOfSignalsChangesNoAnswer)
     sigaction(SIGALRM, &action, &before); // without SA_RESTART
     const itimerval storm = {{0, 200}, {0, 200}};
     setitimer(ITIMER_REAL, &storm, nullptr); // it is the process's first thread that signals go to
-    EXPECT_EQ(calm, answers());
-    alarm(40); // of the same timer
+    int lives = 0;
+    do
+        EXPECT_EQ(calm, answers());
+    while (signalsHandled <= 200 && ++lives < 100); // a busy machine delivers fewer at a time
+    alarm(kLongestTest);                            // of the same timer
     sigaction(SIGALRM, &before, nullptr);
     EXPECT_LT(200, signalsHandled);
 }

@@ -18,6 +18,10 @@
 
 namespace apitest {
 
+// Seconds after which an alarm ends a test that waits for ever; a slow machine must not come near them.
+constexpr unsigned kLongestTest = 300;
+constexpr int kLongestWait = 60000; // milliseconds, likewise
+
 // A result set from its first item on: "element(code) id=value" each, "element(code)" of one that failed.
 using Walk = std::vector<std::string>;
 
@@ -159,7 +163,7 @@ inline rixgwsim::Faults dropAfter(int flows)
 class GatewayTest : public testing::Test
 {
 protected:
-    void SetUp() override { alarm(40); } // ends a test that waits for ever
+    void SetUp() override { alarm(kLongestTest); }
 
     void TearDown() override
     {
@@ -197,7 +201,7 @@ protected:
     // The simulator's ends of the connections are descriptors of this process too.
     void waitUntilIdle() const
     {
-        for (int i = 0; i < 5000 && simulator->openConnections() != 0; ++i)
+        for (int i = 0; i < kLongestWait && simulator->openConnections() != 0; ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         EXPECT_EQ(0u, simulator->openConnections());
     }

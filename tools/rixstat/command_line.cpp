@@ -1,5 +1,6 @@
 #include "command_line.h"
 
+#include "../help_text.h"
 #include "codes.h"
 #include "config.h"
 #include "text.h"
@@ -66,6 +67,7 @@ struct Parts
     std::string columns; // with commas between
     CLI::Option *host = nullptr;
     CLI::Option *port = nullptr;
+    CLI::Option *word = nullptr; // what is no option and stands before the command
 };
 
 void addGatewayOptions(CLI::App &app, Settings &settings, Parts &parts)
@@ -89,7 +91,7 @@ void addGatewayOptions(CLI::App &app, Settings &settings, Parts &parts)
     app.add_option("--trace-file", settings.traceFile, "Append trace and dumps to FILE instead of standard error")
         ->check(refuseEmpty)
         ->type_name("FILE");
-    app.add_option("GATEWAY", parts.gateway, "@NAME: a gateway of the configuration file")->type_name("");
+    parts.word = app.add_option("GATEWAY", parts.gateway, "@NAME: a gateway of the configuration file")->type_name("");
 }
 
 void addOutputOptions(CLI::App &app, Settings &settings, Parts &parts)
@@ -136,12 +138,10 @@ void addRankOptions(CLI::App &parser, Settings &settings)
 
 void addCommands(CLI::App &app, CommandLine &line)
 {
-    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
     app.require_subcommand(1);
     app.fallthrough(); // options are understood on both sides of the command's name
     for (const Command &command : commands()) {
         CLI::App *parser = app.add_subcommand(command.name, command.help);
-        parser->group("Commands");
         parser->callback([&line, &command] { line.command = &command; });
         parser->footer("The options of rixstat (see rixstat --help) can be given here as well.");
         if (command.idsHelp != nullptr)
@@ -199,6 +199,7 @@ void applyDefaults(CommandLine &line)
 void parseCommandLine(int argc, char **argv, CommandLine &line)
 {
     CLI::App app("Shows the statistics of a running Vendral Gateway.", "rixstat");
+    app.formatter_fn(rixtools::helpText);
     app.footer(footer());
     Parts parts;
     addGatewayOptions(app, line.settings, parts);
@@ -218,7 +219,9 @@ void parseCommandLine(int argc, char **argv, CommandLine &line)
     } catch (const CLI::CallForVersion &version) {
         line.information = version.what() + std::string("\n");
     } catch (const CLI::RequiredError &) {
-        if (!parts.gateway.empty() && parts.gateway[0] != '@') throw UsageError(noCommand(parts.gateway));
+        // In some versions of the parser the word is not yet in its variable.
+        const CLI::results_t words = parts.word->results();
+        if (!words.empty() && words.front()[0] != '@') throw UsageError(noCommand(words.front()));
         throw UsageError("a command is needed" + seeHelp);
     } catch (const CLI::ParseError &error) {
         throw UsageError(error.what() + seeHelp);

@@ -11,16 +11,15 @@ class Schedule
 public:
     using Clock = std::chrono::steady_clock;
 
-    explicit Schedule(double seconds)
-        : interval(std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds))),
-          latest(Clock::now())
+    explicit Schedule(double seconds, Clock::time_point start = Clock::now())
+        : interval(std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds))), latest(start)
     {
     }
 
     // The next time that is still to come; those that were missed are left out.
-    Clock::time_point next()
+    Clock::time_point next(Clock::time_point now = Clock::now())
     {
-        const Clock::duration late = Clock::now() - latest;
+        const Clock::duration late = now - latest;
         latest += interval * (late / interval + 1);
         return latest;
     }

@@ -1,4 +1,5 @@
 // rixgwsim: the gateway simulator as a program, for people who develop monitors and for the demonstration.
+#include "../help_text.h"
 #include "catalogue_file.h"
 #include "simulator.h"
 
@@ -13,14 +14,14 @@
 #include <limits>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 namespace {
 
 constexpr int kUsageError = 2;
 constexpr int kDefaultPort = 2980;
 
-constexpr const char *kFooter = R"(
-A catalogue is a text file with one entry a line; # begins a comment:
+constexpr const char *kFooter = R"(A catalogue is a text file with one entry a line; # begins a comment:
   group    GROUP                   statistics that follow are GROUP_NAME
   counter  NAME RATE               rises by about RATE a second
   gauge    NAME LOW HIGH SECONDS   moves between LOW and HIGH
@@ -179,6 +180,7 @@ void run(const rixgwsim::Options &options)
 int main(int argc, char **argv)
 {
     CLI::App app("Simulates a gateway whose statistics can be asked for.", "rixgwsim");
+    app.formatter_fn(rixtools::helpText);
     app.footer(kFooter);
     try {
         Arguments arguments;
@@ -193,6 +195,10 @@ int main(int argc, char **argv)
     } catch (const std::invalid_argument &error) {
         complain(error.what());
         return kUsageError;
+    } catch (const std::system_error &error) {
+        const bool taken = error.code() == std::errc::address_in_use;
+        complain(error.what() + std::string(taken ? "; --port 0 takes any that is free" : ""));
+        return EXIT_FAILURE;
     } catch (const std::exception &error) {
         complain(error.what());
         return EXIT_FAILURE;

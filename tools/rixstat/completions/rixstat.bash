@@ -1,29 +1,88 @@
 # bash completion for rixstat: commands, options and their values, named gateways, and the ids of the gateway that the
 # command line names, if it answers within a second.
 
-# Offers those of the arguments that begin with the current word. They may come from a gateway: they are compared and
+# Takes the text apart as the shell will, but expands nothing: sets words, without quotes and escapes; raw, the last one as
+# it is typed; and quote, the one that is still open in it.
+_rixstat_split() {
+    local text=$1 word='' char i
+    words=() raw='' quote=''
+    for ((i = 0; i < ${#text}; ++i)); do
+        char=${text:i:1}
+        if [[ -z $quote && $char == [[:blank:]] ]]; then
+            [[ -z $raw ]] || words+=("$word")
+            word='' raw=''
+            continue
+        fi
+        raw+=$char
+        if [[ $quote$char == \\ || $quote${text:i:2} == \"\\[\\\"\$\`] ]]; then
+            ((++i))
+            raw+=${text:i:1} word+=${text:i:1}
+        elif [[ $char == "$quote" ]]; then
+            quote=''
+        elif [[ -z $quote && $char == [\'\"] ]]; then
+            quote=$char
+        else
+            word+=$char
+        fi
+    done
+    words+=("$word")
+}
+
+# Offers those of the arguments that begin with the current value. They may come from a gateway: they are compared and
 # quoted as they are, and nothing in them is ever expanded (as compgen -W would do).
 _rixstat_offer() {
-    local offer quoted
+    local offer char
     for offer; do
         # Ids that the viewer had to escape cannot be typed in this form.
-        [[ $offer == "$current"* && $offer != *\\* ]] || continue
-        printf -v quoted %q "${offer#"$before"}"
-        COMPREPLY+=("$quoted")
+        [[ $offer == "$value"* && $offer != *\\* ]] || continue
+        offer=$option$offer
+        offer=${offer#"$before"}
+        case $open in
+            \') offer=${offer//\'/"'\\''"} ;;
+            \")
+                [[ $offer != *!* ]] || continue # which the shell would take for a piece of its history
+                for char in '"' '$' '`'; do
+                    offer=${offer//"$char"/"\\$char"}
+                done
+                ;;
+            *) printf -v offer %q "$offer" ;;
+        esac
+        COMPREPLY+=("$offer")
+    done
+}
+
+# Offers the files whose path begins with the current value. Quotes are left to bash, which knows that they are files.
+_rixstat_offer_files() {
+    local file files home=''
+    [[ -z $option && $value == \~/* ]] && home=$HOME # the shell will expand it, but not behind --trace-file=
+    compopt -o filenames 2>/dev/null
+    mapfile -d '' -t files < <(
+        shopt -s nullglob
+        shopt -u failglob
+        set +f
+        for file in "${home:-${value:0:1}}${value:1}"*; do
+            printf '%s\0' "${home:+"~"}${file#"$home"}"
+        done
+    )
+    for file in "${files[@]}"; do
+        file=$option$file
+        COMPREPLY+=("${file#"$before"}")
     done
 }
 
 _rixstat() {
     local commands='groups ids get watch ping doctor dump version'
     local options='--host --port --timeout --trace --trace-file --output --columns --sort --no-headers --help --version'
-    local words current previous command='' word i gateway=()
+    local words raw quote before typed open value option='' previous command='' word i gateway=() offers
     COMPREPLY=()
 
-    # bash breaks words at @ and = as well, which are parts of words here.
-    read -ra words <<<"${COMP_LINE:0:COMP_POINT}"
-    [[ ${COMP_LINE:0:COMP_POINT} == *[[:blank:]] ]] && words+=('')
-    current=${words[-1]#[\'\"]} previous=${words[-2]}
-    local before=${current%"${2#[\'\"]}"} # bash has it already, and completes what comes after it
+    # bash breaks words at @ and = as well, which are parts of words here. It has what is before the break already, and
+    # completes what comes after it: $2.
+    _rixstat_split "${COMP_LINE:0:COMP_POINT}"
+    typed=("${words[@]}") open=$quote
+    _rixstat_split "${raw%"$2"}"
+    before=${words[-1]} words=("${typed[@]}")
+    value=${words[-1]} previous=${words[-2]}
 
     for ((i = 1; i < ${#words[@]} - 1; ++i)); do
         word=${words[i]}
@@ -37,15 +96,18 @@ _rixstat() {
         esac
     done
 
-    if [[ $current == --*=* ]]; then
-        previous=${current%%=*} before='' current=$2
+    if [[ $value == --*=* ]]; then
+        previous=${value%%=*} option=${value%%=*}= value=${value#*=}
     fi
     case $previous in
         -o | --output) _rixstat_offer table wide json ndjson csv tsv prom name ;;
         --by) _rixstat_offer rate delta value ;;
         --trace) _rixstat_offer 0 1 2 3 4 5 ;;
-        --trace-file) mapfile -t COMPREPLY < <(compgen -f -- "$current") ;;
-        --host) mapfile -t COMPREPLY < <(compgen -A hostname -- "$current") ;;
+        --trace-file) _rixstat_offer_files ;;
+        --host)
+            mapfile -t offers < <(compgen -A hostname)
+            _rixstat_offer "${offers[@]}"
+            ;;
         --port | --timeout | --columns | --sort | -i | --interval | -n | --count | --top) ;;
         *) _rixstat_word ;;
     esac
@@ -58,9 +120,9 @@ _rixstat_word() {
         ping) options+=' --interval --count' ;;
     esac
     local offers=() kinds kind
-    if [[ $current == -* ]]; then
+    if [[ $value == -* ]]; then
         read -ra offers <<<"$options"
-    elif [[ $current == @* ]]; then
+    elif [[ $value == @* ]]; then
         local file=${XDG_CONFIG_HOME:-$HOME/.config}/rixstat/config.toml
         mapfile -t offers < <(sed -n 's/^ *\[ *gateways *\. *\([A-Za-z0-9_-]*\) *\].*/@\1/p' "$file" 2>/dev/null)
     elif [[ -z $command ]]; then
@@ -73,7 +135,7 @@ _rixstat_word() {
         esac
         for kind in "${kinds[@]}"; do
             mapfile -t -O "${#offers[@]}" offers < <(
-                "${words[0]}" "${gateway[@]}" --timeout 1 --output name "$kind" 2>/dev/null)
+                "${words[0]/#\~\//"$HOME/"}" "${gateway[@]}" --timeout 1 --output name "$kind" 2>/dev/null)
             ((${#offers[@]})) || break # one wait is enough
         done
     fi
