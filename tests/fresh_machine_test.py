@@ -47,6 +47,8 @@ def run(line, directory=SOURCE, seconds=300, **environment):
 
 
 class FreshMachine(unittest.TestCase):
+    """In the order of their names: what is installed is there for those that follow."""
+
     @classmethod
     def setUpClass(cls):
         with socket.socket() as any_socket:  # a new network's loopback device is down
@@ -82,7 +84,7 @@ class FreshMachine(unittest.TestCase):
         self.check_python(**dict(re.findall(r"`(PYTHONPATH|RIXSTATS_LIBRARY)=(\S+)`", README)))
         moved = BUILT.rename(BUILT.with_name("moved"))
         self.addCleanup(moved.rename, BUILT)
-        self.assertIn("1.", self.checked("build/moved/tools/rixstat/rixstat version"))
+        self.checked("build/moved/tools/rixstat/rixstat version")
 
     def check_python(self, **environment):
         program = pathlib.Path(WORK.name, "sample.py")
@@ -127,9 +129,11 @@ class FreshMachine(unittest.TestCase):
         pathlib.Path(WORK.name, "my.scenario").write_bytes((SOURCE / "tools/simulator/example.scenario").read_bytes())
         for line in sorted(lines, key=lambda line: line.startswith("rixgwsim")):  # those want the port
             with self.subTest(line=line):
+                if "watch" in line:  # without end
+                    self.assertEqual((124, ""), run(line, WORK.name, 3)[::2])
+                    continue
                 if line.startswith("rixstat"):
-                    code, out, err = run(line, WORK.name, 3)
-                    self.assertEqual(("", True), (err, code == 124 if "watch" in line else code == 0), out)
+                    self.assertEqual((0, ""), run(line, WORK.name)[::2])
                     continue
                 self.gateway.terminate()
                 self.gateway.communicate(timeout=20)
