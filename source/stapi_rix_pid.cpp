@@ -10,13 +10,21 @@ namespace rixstats {
 static std::atomic<pid_t> unknownPid{0}; // stays so: this memory is not wiped in a forked child
 std::atomic<std::atomic<pid_t> *> knownPid{&unknownPid};
 
+// Wiping counts only where advice is looked at: an emulator of another machine may answer 0 to whatever it is given and do
+// nothing, so that a child would take itself for its parent.
+static bool wipeInChildren(void *page, size_t size)
+{
+    const int nonsense = -1;
+    return madvise(page, size, nonsense) != 0 && madvise(page, size, MADV_WIPEONFORK) == 0; // since Linux 4.14
+}
+
 void initKnownPid()
 {
     if (knownPid.load(std::memory_order_relaxed) != &unknownPid) return;
     const size_t size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     void *page = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (page == MAP_FAILED) return;
-    if (madvise(page, size, MADV_WIPEONFORK) != 0) { // before Linux 4.14
+    if (!wipeInChildren(page, size)) {
         munmap(page, size);
         return;
     }

@@ -114,7 +114,7 @@ class Installation(unittest.TestCase):
     def build_cmake_project(self, project):
         (self.directory / "CMakeLists.txt").write_text(project)
         build = self.directory / "build"
-        run(CMAKE, "-S", self.directory, "-B", build, f"-DCMAKE_PREFIX_PATH={PREFIX}",
+        run(CMAKE, "-G", "Ninja", "-S", self.directory, "-B", build, f"-DCMAKE_PREFIX_PATH={PREFIX}",
             f"-DCMAKE_C_COMPILER={C_COMPILER}", f"-DCMAKE_CXX_COMPILER={CXX_COMPILER}")
         run(CMAKE, "--build", build, "--parallel", "2")
         return [build / f"with_{library}" for library in ("rixstats", "rixstats_static")]

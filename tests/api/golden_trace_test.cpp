@@ -5,6 +5,7 @@
 #include "channel.h"
 #include "gateway_fixture.h"
 
+#include <arpa/inet.h>
 #include <regex>
 
 using namespace apitest;
@@ -42,6 +43,20 @@ std::vector<std::string> filtered(std::vector<std::string> lines, const std::str
     for (std::string &line : lines)
         for (const auto &[pattern, replacement] : rules)
             line = std::regex_replace(line, pattern, replacement);
+    return lines;
+}
+
+// The numbers in a result set lie as the machine has them, in the committed trace little-endian. Elsewhere the lines of
+// result sets' dumps are there, but not compared.
+std::vector<std::string> comparable(std::vector<std::string> lines)
+{
+    if (htons(1) != 1) return lines;
+    bool inResultSet = false;
+    for (std::string &line : lines) {
+        const bool begins = std::regex_search(line, std::regex("^ADDRESS: 524958(49|53) "));
+        inResultSet = begins || (inResultSet && line.rfind("ADDRESS: ", 0) == 0);
+        if (inResultSet) line = "ADDRESS: of a result set";
+    }
     return lines;
 }
 
@@ -94,7 +109,7 @@ TEST_F(GoldenTrace, AScriptedRunWritesTheCommittedTrace)
     char traceFile[] = "/tmp/rixstats-golden-XXXXXX";
     close(mkstemp(traceFile));
     runScript(traceFile, deadPort);
-    const std::vector<std::string> actual = filtered(linesOf(traceFile), traceFile, simulator->port(), deadPort);
+    std::vector<std::string> actual = filtered(linesOf(traceFile), traceFile, simulator->port(), deadPort);
     unlink(traceFile);
 
     if (getenv("RIXSTATS_UPDATE_GOLDEN") != nullptr) {
@@ -102,7 +117,8 @@ TEST_F(GoldenTrace, AScriptedRunWritesTheCommittedTrace)
         for (const std::string &line : actual)
             golden << line << '\n';
     }
-    const std::vector<std::string> expected = linesOf(GOLDEN_FILE);
+    actual = comparable(actual);
+    const std::vector<std::string> expected = comparable(linesOf(GOLDEN_FILE));
     for (std::size_t i = 0; i < std::min(expected.size(), actual.size()); i++)
         ASSERT_EQ(expected[i], actual[i]) << "line " << i + 1 << " of " << GOLDEN_FILE;
     EXPECT_EQ(expected.size(), actual.size());

@@ -128,6 +128,7 @@ std::string row(std::string hex, const std::string &characters)
 
 const std::string TEXT = "0123456789abcdefghijklmnopqrstuvw";
 const std::string ROW1 = "30313233 34353637 38396162 63646566 : 0123456789abcdef ";
+const std::string STOP_WORD = TERMINATOR[0] == '\x0F' ? "0F0E0F0E" : "0E0F0E0F"; // as a word lies in this machine
 const std::string ROW2 = "6768696A 6B6C6D6E 6F707172 73747576 : ghijklmnopqrstuv ";
 
 TEST(StorageDump, OfAByteCountHasFixedColumnsAndReadsNoFurther)
@@ -136,12 +137,12 @@ TEST(StorageDump, OfAByteCountHasFixedColumnsAndReadsNoFurther)
     expectDump(TEXT.substr(0, 15), 15, 15, {row("30313233 34353637 38396162 636465", "0123456789abcde")});
     expectDump(TEXT.substr(0, 16), 16, 16, {ROW1});
     expectDump(TEXT, 33, 33, {ROW1, ROW2, row("77", "w")});
-    expectDump(TERMINATOR + "\x1F ~\x7F\x80\xFFZ", 11, 11, {row("0F0E0F0E 1F207E7F 80FF5A", "..... ~...Z")});
+    expectDump(TERMINATOR + "\x1F ~\x7F\x80\xFFZ", 11, 11, {row(STOP_WORD + " 1F207E7F 80FF5A", "..... ~...Z")});
 }
 
 TEST(StorageDump, EndsBeforeTheStopWord)
 {
-    const std::string spare(16, '\0'), fullStopRow = "0F0E0F0E 00000000 00000000 00000000 : ";
+    const std::string spare(16, '\0'), fullStopRow = STOP_WORD + " 00000000 00000000 00000000 : ";
     const std::string evenRow = row("30313233 34353637 38396162 6364", "0123456789abcd");
     expectDump(TEXT.substr(0, 20) + TERMINATOR + spare, 0, 20, {ROW1, row("6768696A", "ghij")});
     expectDump(TEXT.substr(0, 14) + TERMINATOR + spare, 0, 14, {evenRow}); // which lies across two lines
@@ -149,7 +150,7 @@ TEST(StorageDump, EndsBeforeTheStopWord)
     expectDump(TERMINATOR + spare, 0, 0, {fullStopRow});
     // A later one moves the result.
     expectDump("0123" + TERMINATOR + "x" + TERMINATOR + spare, 0, 9, {row("30313233", "0123")});
-    expectDump(TERMINATOR + "xy" + TERMINATOR + spare, 0, 6, {row("0F0E0F0E 7879", "")});
+    expectDump(TERMINATOR + "xy" + TERMINATOR + spare, 0, 6, {row(STOP_WORD + " 7879", "")});
 }
 
 } // namespace

@@ -75,12 +75,12 @@ std::string intervalText(const Statistic &interval, std::uint64_t stream, double
 std::string stateText(const Statistic &state, std::uint64_t stream, double seconds)
 {
     const auto step = static_cast<std::uint64_t>(seconds / state.period);
-    return state.texts.at(mix(stream + mix(step)) % state.texts.size());
+    return state.texts.at(static_cast<std::size_t>(mix(stream + mix(step)) % state.texts.size()));
 }
 
 std::string dateText(std::chrono::seconds sinceEpoch)
 {
-    const std::time_t time = sinceEpoch.count();
+    const auto time = static_cast<std::time_t>(sinceEpoch.count());
     std::tm parts = {};
     gmtime_r(&time, &parts);
     std::array<char, 32> text = {};

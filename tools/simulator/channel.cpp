@@ -73,7 +73,7 @@ Wait waitFor(int fd, short events, std::chrono::microseconds time, const StopSig
     for (;;) {
         const auto left = std::max(std::chrono::nanoseconds(end - std::chrono::steady_clock::now()), 0ns);
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-        const timespec limit = {seconds.count(), (left - seconds).count()};
+        const timespec limit = {static_cast<time_t>(seconds.count()), static_cast<long>((left - seconds).count())};
         pollfd watched[] = {{stop.descriptor(), POLLIN, 0}, {fd, events, 0}}; // a descriptor of -1 is passed over
         const int ready = ppoll(watched, 2, time.count() < 0 ? nullptr : &limit, nullptr);
         if (ready < 0 && errno != EINTR) fail(errno, "cannot wait on a socket");
