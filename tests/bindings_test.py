@@ -62,7 +62,7 @@ def run(*command, **options):
 
 class Wrapper(unittest.TestCase):
     def test_with_and_without_exceptions(self):
-        scenario = "connection 2 query 1 exception\nconnection 4 query 1 delay 60s\nconnection 5 flow 6 delay 60s\n"
+        scenario = "connection 2 query 1 exception\nconnection 4 query 1 delay 900s\nconnection 5 flow 6 delay 900s\n"
         for program in WRAPPERS:
             with Simulator(catalogue=CATALOGUE, scenario=scenario) as gateway:
                 result = run(program, gateway.port)
@@ -127,7 +127,7 @@ class Binding(unittest.TestCase):
             self.assertTrue(connection.closed)
 
     def test_a_timeout_ends_the_wait_for_a_silent_gateway(self):
-        scenario = "connection 1 flow 4 delay 60s\nconnection 2 query 1 delay 60s\nconnection 3 flow 6 delay 60s\n"
+        scenario = "connection 1 flow 4 delay 900s\nconnection 2 query 1 delay 900s\nconnection 3 flow 6 delay 900s\n"
         with Simulator(scenario=scenario) as gateway:
             def connect():
                 return rixstats.Connection("127.0.0.1", int(gateway.port), timeout=0.2)
@@ -153,20 +153,20 @@ class Binding(unittest.TestCase):
                 self.assertEqual(until + "\n", process.stdout.readline())
                 time.sleep(0.3)  # until it waits
                 process.send_signal(how)
-            _, complaints = process.communicate(timeout=20)
+            _, complaints = process.communicate(timeout=300)
             return process.returncode, complaints
         finally:
             process.kill()
 
     def test_a_silent_gateway_holds_up_neither_the_end_of_a_program_nor_ctrl_c(self):
         left = "connection = rixstats.Connection('127.0.0.1', port)\n"
-        with Simulator(scenario="connection every 1 flow 6 delay 60s\n") as gateway:
+        with Simulator(scenario="connection every 1 flow 6 delay 900s\n") as gateway:
             self.assertEqual((0, ""), self.run_against(gateway, left))
             self.assertEqual((0, ""), self.run_against(gateway, left + "del connection\n"))
             for wait in ("ids", "close"):
                 status, complaints = self.run_against(gateway, f"{left}print(1, flush=True)\nconnection.{wait}()\n", until="1")
                 self.assertEqual((-signal.SIGINT, 1), (status, complaints.count("KeyboardInterrupt")), complaints)
-        with Simulator(scenario="connection every 1 flow 3 delay 60s\n") as gateway:
+        with Simulator(scenario="connection every 1 flow 3 delay 900s\n") as gateway:
             status, complaints = self.run_against(gateway, "print(1, flush=True)\n" + left, until="1")
             self.assertEqual((-signal.SIGINT, 1), (status, complaints.count("KeyboardInterrupt")), complaints)
 
@@ -185,9 +185,9 @@ class Binding(unittest.TestCase):
                     answers.append(connection.statistics())
             reader = threading.Thread(target=read)
             reader.start()
-            reading.wait(20)
+            reading.wait(300)
             rixstats.close_all()
-            reader.join(20)
+            reader.join(300)
             assert len(answers[0]) == 1000
         """
         catalogue = "group G\n" + "".join(f"text S{number} {'x' * 1000}\n" for number in range(1000))
@@ -277,7 +277,7 @@ class Programs(unittest.TestCase):
         if not SANITIZED:
             programs.append([sys.executable, SOURCE / "examples/long_running.py"])
         for program in programs:
-            with Simulator(scenario="connection 1 query 2 delay 60s\n") as silent, Simulator() as gateway:
+            with Simulator(scenario="connection 1 query 2 delay 900s\n") as silent, Simulator() as gateway:
                 ports = [silent.port, gateway.port, "1"]
                 watched = run(*program, "Requests_Received", "0.2", "5", *(f"127.0.0.1:{port}" for port in ports))
                 after = [re.findall(rf":{port}: (.*)", watched.stdout) for port in ports]

@@ -350,12 +350,10 @@ class Failures(Files):
             for how, replies, arguments, shown in ((signal.SIGINT, 3, ("get",), 0), (signal.SIGTERM, 6, ("get", "Queue"), 0),
                                                    (signal.SIGINT, 15, ("ping", "-i", "0.01"), 3)):
                 with SilentAfter(gateway.port, replies) as silent:
-                    viewer = subprocess.Popen([RIXSTAT, "--port", silent.port, *arguments], stdout=subprocess.PIPE,
-                                              stderr=subprocess.PIPE, text=True)
-                    self.assertTrue(silent.swallowed.wait(20))
-                    viewer.send_signal(how)
-                    text, complaints = viewer.communicate(timeout=5)
-                self.assertEqual((130, "", shown), (viewer.returncode, complaints, text.count("\n")), arguments)
+                    viewer = Running("--port", silent.port, *arguments)
+                    self.assertTrue(silent.swallowed.wait(LIMIT))
+                    text, complaints, status = viewer.end(how)
+                self.assertEqual((130, "", shown), (status, complaints, text.count("\n")), arguments)
 
     def test_a_host_that_does_not_take_the_connection(self):
         with socket.socket() as full:
