@@ -14,7 +14,10 @@ typedef struct _CodeRow
 // Name and number come from the enumerator, so that they cannot drift apart.
 static const char UNNAMED[] = "unknown";
 
-#define CODE(code, text) {code, #code, text}
+#define CODE(code, text)                                                                                               \
+    {                                                                                                                  \
+        code, #code, text                                                                                              \
+    }
 
 static const CodeRow codeRows[] = {
     CODE(STAPI_OK, "success"),

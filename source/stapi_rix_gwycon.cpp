@@ -58,8 +58,8 @@ static bool publishSocket(std::atomic<int> *socketDescriptorPtr, int desc)
 static int createSocket(const struct addrinfo *address, int *socketDesc)
 {
     noteStep(RIX_STEP_SOCKET);
-    *socketDesc = aboveStandardDescriptors(
-        socket(address->ai_family, address->ai_socktype | SOCK_CLOEXEC, address->ai_protocol));
+    *socketDesc =
+        aboveStandardDescriptors(socket(address->ai_family, address->ai_socktype | SOCK_CLOEXEC, address->ai_protocol));
     if (*socketDesc < 0) {
         const int savedErrno = errno;
         noteErrno(savedErrno);

@@ -34,8 +34,7 @@ bool isInherited(const Internal_GatewayToken_t *token)
 
 bool isBusyElsewhere(const Internal_GatewayToken_t *token)
 {
-    return token->state == TokenState::busy &&
-           ownershipOf(token->owningPid, token->owningTid) == STAPI_WRONG_THREAD;
+    return token->state == TokenState::busy && ownershipOf(token->owningPid, token->owningTid) == STAPI_WRONG_THREAD;
 }
 
 void beginUse(Internal_GatewayToken_t *token)

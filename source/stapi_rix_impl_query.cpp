@@ -137,8 +137,8 @@ int getStatIdsByStatGroupId(RIX_GatewayToken_t gwTok, const char *providerIdsPtr
                            {statIdRSPtr, STAPI_NULL_RESULT_SET_PTR}});
     if (rc == STAPI_OK) rc = runQuery(STAT_IDS_BY_GROUP, &gwTok, providerIdsPtr, statIdRSPtr, &query);
     if (query == nullptr && traceOn(Line::exit)) query = copyUnlessGone(providerIdsPtr);
-    EXIT(1019, "API.getStatIdsByStatGroupId(gwTok=%p,query=%s,rs=%p) rc=%d\n", ptr(gwTok),
-         textOrNull(query), ptr(statIdRSPtr), rc);
+    EXIT(1019, "API.getStatIdsByStatGroupId(gwTok=%p,query=%s,rs=%p) rc=%d\n", ptr(gwTok), textOrNull(query),
+         ptr(statIdRSPtr), rc);
     free(query);
     return call.end(rc);
 }

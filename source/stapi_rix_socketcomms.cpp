@@ -156,8 +156,7 @@ static ssize_t sendWithinLimit(int socketDesc, const char *data, size_t datalen)
 static int sendRequest(int socketDesc, const char *data, int datalen, ReasonCodes *reasons)
 {
     const size_t size = static_cast<size_t>(datalen);
-    const ssize_t sent =
-        hasDeadline() ? sendWithinLimit(socketDesc, data, size) : sendOnce(socketDesc, data, size);
+    const ssize_t sent = hasDeadline() ? sendWithinLimit(socketDesc, data, size) : sendOnce(socketDesc, data, size);
     if (sent > 0) return 0;
 
     const int savedErrno = errno;

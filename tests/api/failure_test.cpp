@@ -27,7 +27,7 @@ protected:
     static std::vector<int> fieldsOf(const RIX_Failure_t &failure)
     {
         return {failure.code,      failure.step,   failure.socketErrno, failure.resolverCode,
-                failure.gatewayRc, failure.authRc, failure.adminRc, failure.exceptionFlag};
+                failure.gatewayRc, failure.authRc, failure.adminRc,     failure.exceptionFlag};
     }
 
     void expectOpeningFails(const Faults &faults, std::vector<int> expected)
@@ -66,8 +66,7 @@ TEST_F(FailureTest, EachStepOfAnOpeningTellsWhyItFailed)
     expectOpeningFails(refusal(2, 7), {STAPI_CONNECT_FAILED, RIX_STEP_AUTHORISE, 0, 0, 7, 0, 0, 0});
     expectOpeningFails(refusal(1, 0, 0, false, 8), {STAPI_CONNECT_FAILED, RIX_STEP_AUTHORISE, 0, 0, 0, 8, 0, 0});
     expectOpeningFails(refusal(4, 0, 9), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_VERSION, 0, 0, 0, 0, 9, 0});
-    expectOpeningFails(dropInside(3, 0),
-                       {STAPI_CONNECT_FAILED, RIX_STEP_AUTHORISE, RIX_PEER_CLOSED, 0, 0, 0, 0, 0});
+    expectOpeningFails(dropInside(3, 0), {STAPI_CONNECT_FAILED, RIX_STEP_AUTHORISE, RIX_PEER_CLOSED, 0, 0, 0, 0, 0});
     simulator->stop();
     EXPECT_EQ(STAPI_CONNECTION_REFUSED, openGatewayConnection(port, &gateway, &version));
     EXPECT_EQ((std::vector<int>{STAPI_CONNECTION_REFUSED, RIX_STEP_CONNECT, ECONNREFUSED, 0, 0, 0, 0, 0}),
@@ -81,9 +80,11 @@ TEST_F(FailureTest, AQueryTellsWhyItFailed)
     expectQueryFails(refusal(6, 7), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, 0, 0, 7, 0, 0, 0});
     expectQueryFails(refusal(7, 0, 9), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, 0, 0, 0, 0, 9, 0});
     expectQueryFails(refusal(7, 0, 0, true), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, 0, 0, 0, 0, 0, 1});
-    expectQueryFails(dropInside(7, 20), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, RIX_PEER_CLOSED, 0, 0, 0, 0, 0});
+    expectQueryFails(dropInside(7, 20),
+                     {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, RIX_PEER_CLOSED, 0, 0, 0, 0, 0});
     expectQueryFails(dropInside(7, 0), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_QUERY, RIX_PEER_CLOSED, 0, 0, 0, 0, 0});
-    expectQueryFails(dropInside(7, 60), {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_PARSE, RIX_PEER_CLOSED, 0, 0, 0, 0, 0});
+    expectQueryFails(dropInside(7, 60),
+                     {STAPI_GATEWAY_EXCHANGE_FAILED, RIX_STEP_PARSE, RIX_PEER_CLOSED, 0, 0, 0, 0, 0});
 }
 
 TEST_F(FailureTest, RefusedCallsCountAndSuccessesAndTheEndOfAWalkDoNot)
@@ -122,7 +123,8 @@ TEST_F(FailureTest, NoByteBehindTheCallersRecordIsWritten)
         EXPECT_EQ(size < 8 ? int{STAPI_BAD_RECORD_SIZE} : int{STAPI_OK}, rixGetLastFailure(&room.failure)) << size;
         EXPECT_EQ(size < 8 ? size : filled, room.failure.size);
         EXPECT_TRUE(size < 8 || room.failure.code == STAPI_BAD_TRACE_LEVEL);
-        EXPECT_EQ(std::string(room.bytes + filled, room.bytes + 4001), std::string(static_cast<size_t>(4001 - filled), 'b'))
+        EXPECT_EQ(std::string(room.bytes + filled, room.bytes + 4001),
+                  std::string(static_cast<size_t>(4001 - filled), 'b'))
             << size;
     }
 }

@@ -81,7 +81,8 @@ protected:
 
 TEST_F(TimeLimits, EndAnOpeningAtEachFlow)
 {
-    const int steps[] = {RIX_STEP_HANDSHAKE, RIX_STEP_AUTHORISE, RIX_STEP_AUTHORISE, RIX_STEP_VERSION, RIX_STEP_VERSION};
+    const int steps[] = {RIX_STEP_HANDSHAKE, RIX_STEP_AUTHORISE, RIX_STEP_AUTHORISE, RIX_STEP_VERSION,
+                         RIX_STEP_VERSION};
     for (const bool trickles : {false, true})
         for (int flow = 1; flow <= 5; flow++) {
             SCOPED_TRACE((trickles ? "trickling flow " : "silent flow ") + std::to_string(flow));

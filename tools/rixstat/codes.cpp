@@ -64,7 +64,8 @@ std::string refusal(const RIX_Failure_t &record)
 
 std::string breakage(const RIX_Failure_t &record)
 {
-    if (record.socketErrno == RIX_PEER_CLOSED) return "the gateway closed the connection before its answer was complete";
+    if (record.socketErrno == RIX_PEER_CLOSED)
+        return "the gateway closed the connection before its answer was complete";
     if (record.socketErrno != 0) return "the connection broke: " + std::string(std::strerror(record.socketErrno));
     return "the gateway sent an answer that cannot be read";
 }
