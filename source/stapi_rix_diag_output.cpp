@@ -219,7 +219,6 @@ void printOutput(FILE *destination, const char *format, ...)
     char text[2048];
     va_list arguments;
     va_start(arguments, format);
-    // Started above, which the analyzer forgets in its second file. NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
     const int length = vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     if (length < 0) return;

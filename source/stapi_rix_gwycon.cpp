@@ -15,7 +15,6 @@
 #include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 namespace rixstats {
@@ -87,34 +86,35 @@ static int createSocket(const struct addrinfo *address, int *socketDesc)
     return 0;
 }
 
-static struct timeval timeLeftSince(time_t start)
+static int secondsLeftSince(time_t start)
 {
     const int elapsed = static_cast<int>(difftime(time(nullptr), start));
     // Interrupted in its first second, or at its end, the wait gets one second more, on purpose.
     const bool within = elapsed >= 1 && elapsed < CONNECT_TIMEOUT_SECONDS;
-    return {within ? CONNECT_TIMEOUT_SECONDS - elapsed : 1, 0};
+    return within ? CONNECT_TIMEOUT_SECONDS - elapsed : 1;
 }
 
-// The shorter of the two: the wait that the connect's own time limit leaves, and what the call's time limit leaves.
-static struct timeval cutToDeadline(struct timeval timeout)
+// A wait of so many seconds, or of what the call's time limit leaves, if that is less.
+static struct timeval waitOf(int seconds)
 {
-    if (!hasDeadline()) return timeout;
+    const struct timeval whole = {seconds, 0};
+    if (!hasDeadline()) return whole;
     const int64_t left = (nanosecondsLeft() + 999) / 1000;
-    const struct timeval leftOfCall = {static_cast<time_t>(left / 1000000), static_cast<suseconds_t>(left % 1000000)};
-    return timercmp(&leftOfCall, &timeout, <) != 0 ? leftOfCall : timeout;
+    if (left >= int64_t{seconds} * 1000000) return whole;
+    return {static_cast<time_t>(left / 1000000), static_cast<suseconds_t>(left % 1000000)};
 }
 
 // select() on both sets until it returns for any reason but a signal. The sets are not rebuilt after one.
 static int selectConnecting(int desc, SocketSet *writable, SocketSet *exceptional)
 {
     const time_t start = time(nullptr);
-    struct timeval timeout = cutToDeadline({CONNECT_TIMEOUT_SECONDS, 0});
+    struct timeval timeout = waitOf(CONNECT_TIMEOUT_SECONDS);
     for (;;) {
         DEBUG(3014, "stapi_rix_gwycon.waitForConnection socket %d waiting up to %d seconds\n", desc,
               static_cast<int>(timeout.tv_sec));
         const int ready = select(desc + 1, nullptr, fdSetOf(writable), fdSetOf(exceptional), &timeout);
         if (ready >= 0 || errno != EINTR) return ready;
-        timeout = cutToDeadline(timeLeftSince(start));
+        timeout = waitOf(secondsLeftSince(start));
     }
 }
 

@@ -210,7 +210,7 @@ int verifyGatewayToken(Internal_GatewayToken_t *gwTokPtr)
 
 // ---- Deleting
 
-// Nobody is left who could be answered.
+// Without a connection there are no flows that could use the kept areas.
 static void dropAreasOfLast()
 {
     bool last;
@@ -241,7 +241,7 @@ static void endSocket(Internal_GatewayToken_t *token, Farewell farewell)
 // named in the trace and not touched.
 static void releaseToken(Internal_GatewayToken_t *token, const RIX_GatewayToken_t *gwTokPtr, Farewell farewell)
 {
-    const RIX_Failure_t reason = callState.present; // why it ends, if it does by a failure; not what comes of the close
+    const RIX_Failure_t reason = callState.present; // a failure of the close must not hide the one that led to it
     endSocket(token, farewell);
     callState.present = reason;
     const int deleteRc = deleteResultSet(&token->connRSPtr);
@@ -300,15 +300,15 @@ int deleteGatewayToken(RIX_GatewayToken_t *gwTokPtr, int lockRequired)
     return rc;
 }
 
-// Whether a gateway is taken leave of when a call has failed. Without a time limit one always is, also if the connect
-// came to nothing: the socket refuses to send then. Within a limit such a socket would be waited for.
+// Whether a failed call says good-bye to the gateway. Without a time limit it always tries, even on a socket that never
+// connected, where the send fails at once. With a limit the send would wait for such a socket, so there is no good-bye.
 static Farewell farewellAfterFailure()
 {
     const bool connected = callState.present.step > RIX_STEP_CONNECT;
     return callState.limitReached || (hasDeadline() && !connected) ? Farewell::none : Farewell::closeFlow;
 }
 
-// Shows itself in the trace as the deletion that it is.
+// Traces the lines of deleteGatewayToken(), by which support people know a removal.
 int removeGatewayTokenInUse(RIX_GatewayToken_t *gwTokPtr)
 {
     ENTRY(2009, "stapi_rix_gwytok.deleteGatewayToken(&gwTokPtr=%p,lockRequired=%d)\n", ptr(gwTokPtr), 1);
@@ -334,8 +334,8 @@ static void traceEntry(const Internal_GatewayToken_t *indexToken, int count)
           formattedToken);
 }
 
-// Takes up to GTL_WALK_LIMIT tokens off the list; returns how many. taken: those that the calling thread has to release,
-// each in its place on the list; null for one that another thread has to.
+// Takes up to GTL_WALK_LIMIT tokens off the list and returns how many. taken[i] is the token at position i of the list if
+// the calling thread has to release it; null if another thread does.
 static int takeAllListed(Internal_GatewayToken_t **taken)
 {
     int count = 0;
@@ -362,7 +362,7 @@ int deleteGatewayTokens()
         }
         count = takeAllListed(taken);
     }
-    // All are refused from here on. The gateways are taken leave of one after another; who is slow delays nobody else.
+    // All handles are refused from here on. The good-byes follow one after another; nobody else waits for a slow gateway.
     for (int i = 0; i < count; i++) {
         if (taken[i] == nullptr) continue;
         traceEntry(taken[i], i + 1);
