@@ -47,10 +47,24 @@ void noteReasons(const ReasonCodes &reasons)
     callState.present.adminRc = reasons.adminRc;
 }
 
-void rememberFailure(int code)
+static int rememberFailure(int code)
 {
     callState.last = callState.present;
     callState.last.code = code;
+    return code;
+}
+
+int LocalCall::end(int rc) const
+{
+    if (rc != STAPI_OK) return rememberFailure(rc);
+    errno = savedErrno;
+    return rc;
+}
+
+int endFailedStep(int rc)
+{
+    beginLocalCall();
+    return rememberFailure(rc);
 }
 
 } // namespace rixstats

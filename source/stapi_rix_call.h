@@ -52,21 +52,13 @@ void noteReasons(const ReasonCodes &reasons);
 
 void beginLocalCall();
 void beginGatewayCall(); // the clock starts
-void rememberFailure(int code);
 
 // The frame of a call that waits for nobody.
 class LocalCall
 {
 public:
     LocalCall() : savedErrno(errno) { beginLocalCall(); }
-    int end(int rc) const
-    {
-        if (rc == STAPI_OK)
-            errno = savedErrno;
-        else
-            rememberFailure(rc);
-        return rc;
-    }
+    int end(int rc) const; // returns rc
 
 private:
     int savedErrno;
@@ -79,14 +71,12 @@ public:
     GatewayCall() { beginGatewayCall(); }
 };
 
+int endFailedStep(int rc); // returns rc
+
 // For a step of a walk, which does nothing that could change errno. The end of the results is no failure.
 inline int endOfStep(int rc)
 {
-    if (__builtin_expect(rc != STAPI_OK && rc != STAPI_END_OF_RESULTS, 0)) {
-        beginLocalCall();
-        rememberFailure(rc);
-    }
-    return rc;
+    return __builtin_expect(rc != STAPI_OK && rc != STAPI_END_OF_RESULTS, 0) ? endFailedStep(rc) : rc;
 }
 
 } // namespace rixstats

@@ -229,7 +229,7 @@ __attribute__((noinline)) int toldNextItem(const Worker &worker, Internal_Result
 STEP_INLINE bool isPlainStep(const Internal_ResultSetToken_t *rs, const void *record, const char *eyecatcher)
 {
     return !traceOn(Line::exc) && rs != nullptr && record != nullptr && hasEyecatcher(rs->rsBuffPtr, eyecatcher) &&
-           (rs->owner != OWNER_LIBRARY || ownershipOf(rs->owningPid, rs->owningTid) == STAPI_OK);
+           (rs->owner != OWNER_LIBRARY || isOwnedByCaller(rs->owningPid, rs->owningTid));
 }
 
 } // namespace

@@ -8,11 +8,19 @@
 
 namespace rixstats {
 
+// By reference, so that a step of a walk keeps nothing across the calls but the record itself.
+inline bool isOwnedByCaller(const pid_t &owningPid, const pthread_t &owningTid)
+{
+    if (owningPid != currentPid()) return false;
+    const pthread_t caller = pthread_self();
+    return compareTids(owningTid, caller) != 0;
+}
+
 // STAPI_OK if the calling thread is the owner; STAPI_WRONG_PROCESS, or STAPI_WRONG_THREAD of the right process.
 inline int ownershipOf(pid_t owningPid, pthread_t owningTid)
 {
-    if (owningPid != currentPid()) return STAPI_WRONG_PROCESS;
-    return compareTids(owningTid, pthread_self()) != 0 ? STAPI_OK : STAPI_WRONG_THREAD;
+    if (isOwnedByCaller(owningPid, owningTid)) return STAPI_OK;
+    return owningPid != currentPid() ? STAPI_WRONG_PROCESS : STAPI_WRONG_THREAD;
 }
 
 } // namespace rixstats

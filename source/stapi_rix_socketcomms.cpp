@@ -65,11 +65,10 @@ bool populateHeader(Reader &in, const char *requestName, GatewayRequest *request
     return !in.bad;
 }
 
-// Waits until the socket is ready or the call's time limit has been reached; without one there is nothing to wait for
-// here. False with errno ETIMEDOUT, or what poll() says.
+// In a call with a time limit: waits until the socket is ready or the limit has been reached. False with errno ETIMEDOUT,
+// or what poll() says.
 static bool waitForSocket(int socketDesc, short events)
 {
-    if (!hasDeadline()) return true;
     struct pollfd socket = {socketDesc, events, 0};
     int left;
     while ((left = millisecondsLeft()) > 0) {
@@ -85,10 +84,10 @@ static bool waitForSocket(int socketDesc, short events)
 
 static ssize_t receive(int socketDesc, char *buffer, int size)
 {
-    const int flags = hasDeadline() ? MSG_DONTWAIT : 0;
+    const int flags = hasDeadline() ? MSG_DONTWAIT : 0; // within a limit, waitForSocket() does the waiting
     ssize_t got;
     do {
-        if (!waitForSocket(socketDesc, POLLIN)) return -1;
+        if (flags != 0 && !waitForSocket(socketDesc, POLLIN)) return -1;
         errno = 0; // an orderly close sets none, and an older error must not pass for its reason
         got = recv(socketDesc, buffer, static_cast<size_t>(size), flags);
     } while (got < 0 && (errno == EINTR || (flags != 0 && errno == EAGAIN)));
