@@ -62,8 +62,10 @@ TEST(TraceLine, HasTimeProcessThreadPointAndPaddedType)
     char ids[64];
     snprintf(ids, sizeof ids, " [0x%8.8X,0x%8.8X] ", static_cast<unsigned>(getpid()),
              static_cast<unsigned>(pthread_self()));
-    std::vector<std::string> since; // all seconds that have gone by
-    for (const time_t now = time(nullptr); moment <= now; ++moment)
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now); // the clock of the trace: time() may still tell the second before
+    std::vector<std::string> since;      // all seconds that have gone by
+    for (; moment <= now.tv_sec; ++moment)
         since.push_back(localTime(moment));
     EXPECT_THAT(since, testing::Contains(trace.text().substr(0, 18)));
     EXPECT_EQ(trace.text().find(ids + std::string("[0042] EXIT   done rc=-7\n")), 21u);

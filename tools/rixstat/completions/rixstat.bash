@@ -51,23 +51,23 @@ _rixstat_offer() {
     done
 }
 
-# Offers the files whose path begins with the current value. Quotes are left to bash, which knows that they are files.
+# Offers the files whose path begins with the current value, directories with the slash to go on behind.
 _rixstat_offer_files() {
     local file files home=''
-    [[ -z $option && $value == \~/* ]] && home=$HOME # the shell will expand it, but not behind --trace-file=
-    compopt -o filenames 2>/dev/null
+    # The shell expands it, but not in quotes, and not behind --trace-file=.
+    [[ -z $option && -z $open && $value == \~/* ]] && home=$HOME
     mapfile -d '' -t files < <(
         shopt -s nullglob
         shopt -u failglob
         set +f
         for file in "${home:-${value:0:1}}${value:1}"*; do
+            [[ ! -d $file ]] || file+=/
             printf '%s\0' "${home:+"~"}${file#"$home"}"
         done
     )
-    for file in "${files[@]}"; do
-        file=$option$file
-        COMPREPLY+=("${file#"$before"}")
-    done
+    _rixstat_offer "${files[@]}"
+    [[ ${#COMPREPLY[@]} -ne 1 || ${files[0]} != */ ]] || compopt -o nospace 2>/dev/null
+    [[ -z $home ]] || COMPREPLY=("${COMPREPLY[@]/#\\~/"~"}") # quoted, it would not be expanded
 }
 
 _rixstat() {
