@@ -135,7 +135,7 @@ TEST_F(FailureTest, CallsThatSucceedLeaveErrnoAlone)
     errno = 4711;
     ASSERT_EQ(STAPI_OK, setAPITraceFile("/dev/null"));
     ASSERT_EQ(STAPI_OK, setAPITraceLevel(4));
-    ASSERT_EQ(STAPI_OK, openRemoteGatewayConnection("localhost", simulator->port(), &gateway, &version));
+    ASSERT_EQ(STAPI_OK, openRemoteGatewayConnection("127.0.0.1", simulator->port(), &gateway, &version));
     RIX_ResultSetToken_t stats = nullptr, copy = nullptr;
     RIX_StatData_t stat;
     char *text = nullptr;
