@@ -1,11 +1,11 @@
 /* Prints all statistics of a gateway: first_program HOST [PORT] */
-#include <rixstats.h>
+#include <rixstats_ext.h>
 #include <stdio.h>
 #include <stdlib.h>
 
 static int failed(const char *what, int code)
 {
-    fprintf(stderr, "first_program: %s: code %d (rixstats.h says what it means)\n", what, code);
+    fprintf(stderr, "first_program: %s: %s (%d)\n", what, rixCodeText(code), code);
     return EXIT_FAILURE;
 }
 

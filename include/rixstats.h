@@ -24,25 +24,27 @@
  *  2. Ownership. The library owns all that it hands out: connections, their result sets, protocol version and query
  *     texts. The caller releases one thing only: a copy made by copyResultSet(), with freeResultSet().
  *  3. Lifetime. A connection has one result set, which each query on it fills anew. Item pointers point into it and
- *     live until the next query on that connection, or its end. A connection ends when it is closed, or when a query
- *     on it returns STAPI_COMMS_FAILURE or STAPI_GATEWAY_EXCHANGE_FAILED; its handle is then refused with
- *     STAPI_GATEWAY_TOKEN_NOT_FOUND, while its result-set handle must no longer be passed to any call.
- *  4. Texts. Item texts carry a length and are not zero-terminated. Host names and query texts that the caller passes
- *     are zero-terminated and copied; they may be released as soon as the call returns.
+ *     live until the next query on that connection, or its end. A connection ends when it is closed, or when a query on
+ *     it returns STAPI_COMMS_FAILURE, STAPI_GATEWAY_EXCHANGE_FAILED, or the STAPI_TIME_LIMIT_REACHED of rixstats_ext.h;
+ *     its handle is then refused with STAPI_GATEWAY_TOKEN_NOT_FOUND, while its result-set handle must no longer be
+ *     passed to any call.
+ *  4. Texts. Item texts carry a length and are not zero-terminated. Host names and query texts that the caller
+ *     passes are zero-terminated and copied; they may be released as soon as the call returns.
  *  5. Threads. Any thread may open connections; only the thread that opened a connection may query it and read its
  *     result set. Any thread may close it, also while a query waits for the gateway (the query then ends with a
  *     failure), but not while the owning thread reads the result set, which goes with the connection. A handle names
- *     one connection for good: a late close is refused and meets no connection that was opened since. Copies of result
- *     sets may be read by any thread, one at a time. All other calls may be made by any thread at any time. No call may
- *     be made from a signal handler, and no thread be cancelled inside one.
+ *     one connection for good: a late close is refused and meets no connection that was opened since (its address is
+ *     used again when 2,048 more connections have ended). Copies of result sets may be read by any thread, one at a
+ *     time. All other calls may be made by any thread at any time. No call may be made from a signal handler, and no
+ *     thread be cancelled inside one.
  *  6. Forks. A child process opens connections of its own. Those of its parent it may close, which releases its
  *     descriptors and is not noticed by gateway and parent; queries on them are refused.
  *  7. Manners. The library starts no thread, throws nothing, changes no signal handling, marks its descriptors
  *     close-on-exec and never takes those of the standard streams, and leaves errno alone where a call succeeds. It
- *     prints nothing unless tracing is on or a dump is asked for (but for a line on standard error if
- *     it cannot be set up at all).
- *  8. Waiting. A call that talks to a gateway waits for its answer without a time limit, unless the thread has set one
- *     by rixSetTimeLimit() of rixstats_ext.h: then it returns that header's STAPI_TIME_LIMIT_REACHED. Only the TCP
+ *     prints nothing unless tracing is on or a dump is asked for (but for a line on standard error if it cannot be set
+ *     up at all).
+ *  8. Waiting. A call that talks to a gateway waits for its answer without a time limit, unless the thread has set
+ *     one by rixSetTimeLimit() of rixstats_ext.h: then it returns that header's STAPI_TIME_LIMIT_REACHED. Only the TCP
  *     connect has a limit of its own, of 60 seconds. Closing the connection from another thread ends the wait of a
  *     query or an opening, too; nothing but a time limit ends the wait of a close for the gateway's answer.
  *  9. Reasons. rixGetLastFailure() of rixstats_ext.h tells at which step a call failed, and why.

@@ -1,6 +1,6 @@
 // rixstats for C++17: types that release themselves, ranges and std::error_code over the calls of rixstats.h and
-// rixstats_ext.h. All of it is inline: there is nothing to link with but -lrixstats, and the C calls are all that it shares with the library. No
-// exception is needed or thrown, but for std::bad_alloc where a std::string is filled.
+// rixstats_ext.h. All of it is inline: there is nothing to link with but -lrixstats, and the C calls are all that it
+// shares with the library. No exception is needed or thrown, but for std::bad_alloc where a std::string is filled.
 //
 //     rixstats::connection gateway;
 //     gateway.time_limit(std::chrono::seconds(5));

@@ -39,8 +39,9 @@ int millisecondsLeft()
     return static_cast<int>((nanosecondsLeft() + NANOSECONDS_IN_MILLISECOND - 1) / NANOSECONDS_IN_MILLISECOND);
 }
 
-void noteReasons(const ReasonCodes &reasons)
+void noteReasons(int flowRc, const ReasonCodes &reasons)
 {
+    if (flowRc == STAPI_NO_MEMORY && reasons.gatewayRc == 0) noteErrno(ENOMEM); // else the gateway's own code
     if (reasons.socketErrno != 0) callState.present.socketErrno = reasons.socketErrno;
     callState.present.gatewayRc = reasons.gatewayRc;
     callState.present.authRc = reasons.authRc;

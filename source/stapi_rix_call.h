@@ -48,7 +48,7 @@ inline void noteErrno(int error)
     callState.present.socketErrno = error;
 }
 
-void noteReasons(const ReasonCodes &reasons);
+void noteReasons(int flowRc, const ReasonCodes &reasons); // of a flow with that result
 
 void beginLocalCall();
 void beginGatewayCall(); // the clock starts

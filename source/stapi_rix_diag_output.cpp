@@ -10,6 +10,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -108,7 +109,8 @@ static ssize_t offerOnce(int descriptor, mode_t kind, const char *bytes, size_t 
     if (S_ISFIFO(kind)) {
         struct iovec piece = {const_cast<char *>(bytes), length};
         const ssize_t taken = pwritev2(descriptor, &piece, 1, -1, RWF_NOWAIT);
-        if (taken >= 0 || errno != EOPNOTSUPP) return taken;
+        const bool refused = taken < 0 && (errno == EOPNOTSUPP || errno == ENOSYS || errno == EPERM); // by filters, too
+        if (!refused) return taken;
     }
     return write(descriptor, bytes, length);
 }
@@ -131,7 +133,7 @@ static size_t offer(int descriptor, mode_t kind, const char *bytes, size_t lengt
             return static_cast<size_t>(taken);
         }
         if (taken == 0 || (errno != EAGAIN && errno != EINTR)) {
-            noteRaised();
+            if (taken < 0) noteRaised();
             return 0;
         }
         const bool noRoom = errno == EAGAIN;
@@ -185,6 +187,8 @@ void startOutput()
 // to write without that wait, and without a change of what the program shares with others.
 static int openTerminalAgain(int descriptor)
 {
+    unsigned number;
+    if (ioctl(descriptor, TIOCGPTN, &number) == 0) return -1; // a master: opened again, it would be another terminal
     char name[32];
     snprintf(name, sizeof name, "/proc/self/fd/%d", descriptor);
     return aboveStandardDescriptors(open(name, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));

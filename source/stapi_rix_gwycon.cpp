@@ -231,7 +231,7 @@ static int greet(int socketDescriptor)
     ReasonCodes reasons = {};
     int rc = flowHandshakeRequest(socketDescriptor, &reasons);
     if (rc != 0) {
-        noteReasons(reasons);
+        noteReasons(rc, reasons);
         EXC(3005, "stapi_rix_gwycon.connectToGateway() Handshake flows failed rc=%d errno=%s gwyRc=%d authRc=%d\n", rc,
             strerror(reasons.socketErrno), reasons.gatewayRc, reasons.authRc);
         return CONNECT_FAILED;
@@ -239,7 +239,7 @@ static int greet(int socketDescriptor)
     DEBUG(3004, "stapi_rix_gwycon.connectToGateway() Flowed Handshake to the Gateway\n");
     noteStep(RIX_STEP_AUTHORISE);
     rc = authorizeConnection(socketDescriptor, &reasons);
-    noteReasons(reasons);
+    noteReasons(rc, reasons);
     return rc;
 }
 

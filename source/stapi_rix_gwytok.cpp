@@ -129,7 +129,7 @@ static int readVersion(Internal_GatewayToken_t *token)
     ReasonCodes reasons = {};
     const int statsCallRc = statProtocolVer(token, &reasons);
     if (statsCallRc == 0) return STAPI_OK;
-    noteReasons(reasons);
+    noteReasons(statsCallRc, reasons);
     EVENT(2042, "stapi_rix_gwytok.createGatewayToken Removing GatewayToken %p due to comms failure %d\n", ptr(token),
           statsCallRc);
     return mapExchangeFailure(statsCallRc, reasons);

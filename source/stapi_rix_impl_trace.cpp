@@ -125,6 +125,7 @@ static int changeTraceFile(const char *traceFile)
     }
     releaseLock(&traceLock);
 
+    if (rc != STAPI_OK) noteErrno(openErrno);
     if (!traceOn(Line::exc)) return rc;
     TraceFileName name;
     readFileName(&name);

@@ -45,7 +45,7 @@ static int runQuery(const StatQuery &query, int socketDesc, char **buffer, int *
     const int commsRc = ids == nullptr ? statComms(socketDesc, query.action, buffer, bufferLen, &reasons)
                                        : statCommsString(socketDesc, query.action, ids, buffer, bufferLen, &reasons);
     if (commsRc != 0) {
-        noteReasons(reasons);
+        noteReasons(commsRc, reasons);
         return mapExchangeFailure(commsRc, reasons);
     }
     DATA(query.dataPoint, query.dataName, *buffer, 0, RESULT_SET_TERMINATOR, 0);

@@ -1,5 +1,6 @@
 // Memory and locks that cannot be had: each single allocation of the library fails once.
 #include "faults.h"
+#include "rixstats_ext.h"
 #include "stapi_rix_flowarea.h"
 #include "stapi_rix_resultsetbuffer.h"
 
@@ -60,6 +61,28 @@ TEST_F(NoMemoryToTrace, ShortensLinesAndDumpsAndTellsOfIt)
 }
 
 // An area grows from the heap into pages, and then into more of them; one that cannot grow stays as it is.
+using ShortOfMemory = GatewayTest;
+
+TEST_F(ShortOfMemory, AQueryIsNotBlamedOnTheGateway)
+{
+    start();
+    int failed = 0;
+    for (int nth = 1; nth <= 12; ++nth) {
+        ASSERT_EQ(STAPI_OK, connect());
+        injection = {"allocate", ENOMEM, 1, nth};
+        RIX_ResultSetToken_t stats = nullptr;
+        const int rc = getStats(gateway, &stats);
+        injection = {};
+        RIX_Failure_t failure = {};
+        failure.size = sizeof failure;
+        EXPECT_EQ(STAPI_OK, rixGetLastFailure(&failure));
+        EXPECT_TRUE(rc == STAPI_OK || failure.socketErrno == ENOMEM) << nth << " ends with " << rc;
+        failed += rc != STAPI_OK;
+        closeGatewayConnection(&gateway); // a failure has closed it
+    }
+    EXPECT_GT(failed, 2);
+}
+
 TEST(LargeAreas, WhosePagesCannotBeHadLeaveNothing)
 {
     const long blocks = liveBlocks;
