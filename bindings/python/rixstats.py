@@ -18,6 +18,9 @@ scenes until the gateway answers, and is closed then). A connection that is left
 program, says good-bye and does not wait for an answer, nor does a `with` that an exception ends; close() and the
 regular end of a `with` do. A signal handler may close any connection, whatever it interrupts.
 
+The end of a program. Python waits for the program's own threads unless they are daemons, also for one that is inside a
+query.
+
 Threads. Each connection has a thread of its own that makes its calls, since the library binds a connection to the
 thread that opened it, and Python hears signals only while its main thread is not inside the library. So any thread may
 query a connection (one after the other) and close it, also while a query waits for the gateway; the query then fails.
@@ -505,14 +508,14 @@ class Connection:
         return ""
 
     def _begin_close(self) -> Optional[_Outcome]:
-        # If it is about to be closed already, this may be a signal handler that has interrupted who does it.
+        # Where its end has begun, this may be a signal handler that has interrupted the very close(): it does not wait.
         if self._process == os.getpid() and not self.closed:
             try:
                 self._ending = True
                 with self._lock:
                     handle = self._handle
                     if handle is not None and not self._asking:
-                        outcome = self._begin("closeGatewayConnection", lambda: self._say_goodbye(handle))
+                        outcome = self._begin("closeGatewayConnection", functools.partial(self._say_goodbye, handle))
                         return outcome if self._take() is not None else None  # None: a handler has closed it meanwhile
             except BaseException:  # of a signal handler
                 self._give_up()
