@@ -106,6 +106,7 @@ inline const char *code_name(const std::error_code &code) noexcept
 }
 
 // Of the calling thread's last call that failed: at which step, with which errno and codes of the gateway.
+// Ask before a connection goes out of scope: once close_all() has closed it, its destructor's close fails, too.
 inline RIX_Failure_t last_failure() noexcept
 {
     RIX_Failure_t failure = {};

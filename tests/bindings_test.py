@@ -170,6 +170,55 @@ class Binding(unittest.TestCase):
             status, complaints = self.run_against(gateway, "print(1, flush=True)\n" + left, until="1")
             self.assertEqual((-signal.SIGINT, 1), (status, complaints.count("KeyboardInterrupt")), complaints)
 
+    def test_a_signal_handler_may_close_or_raise_at_every_line(self):
+        program = """if True:
+            import faulthandler, os, signal, sys, time
+            faulthandler.dump_traceback_later(200, exit=True)
+            class Stop(Exception): pass
+            def ending(*_): connections[-1].close()
+            def closing_all(*_): rixstats.close_all()
+            def raising(*_): raise Stop
+            def signalled(line, work):
+                # Does the work, and sends the signal at this line of the binding. False: it has not so many.
+                left = line
+                def trace(frame, event, _):
+                    nonlocal left
+                    left -= event == "line"
+                    if left == 0 and event == "line":
+                        signal.raise_signal(signal.SIGUSR1)
+                    return trace
+                sys.settrace(lambda frame, *_: trace if frame.f_code.co_filename == rixstats.__file__ else None)
+                try:
+                    work()
+                except (Stop, rixstats.Error):
+                    pass
+                finally:
+                    sys.settrace(None)
+                return left <= 0
+            def connect(): connections.append(rixstats.Connection("127.0.0.1", port))
+            works = {"open": connect, "ids": lambda: connections[-1].ids(), "close": lambda: connections[-1].close()}
+            for name, handler in [("open", raising)] + [(name, handler) for name in ("ids", "close")
+                                                        for handler in (ending, closing_all, raising)]:
+                signal.signal(signal.SIGUSR1, handler)
+                line, more = 0, True
+                while more:
+                    line, connections = line + 1, []
+                    if name != "open":
+                        connect()
+                    more = signalled(line, works[name])
+                    assert not more or name == "open" or handler == raising or connections[-1].closed, (name, line)
+                    for connection in connections:
+                        connection.close()
+                assert line > 10, (name, line)
+            def left(): return len(os.listdir("/proc/self/task")) - 1 - 1  # but for the main thread and faulthandler's
+            for _ in range(1000):
+                if left() > 0:
+                    time.sleep(0.01)
+            assert left() == 0, left()
+        """
+        with Simulator() as gateway:
+            self.assertEqual((0, ""), self.run_against(gateway, program))
+
     def test_closing_all_does_not_take_an_answer_from_its_reader(self):
         program = """if True:
             import threading, time

@@ -15,7 +15,11 @@ Waiting. Without a timeout a call waits as long as the gateway takes. With one i
 TimeoutError, and the connection is closed; only the look-up of a host name may take longer. Ctrl-C, and any other
 signal handler that raises, ends a waiting call at once, and its connection with it (an opening goes on behind the
 scenes until the gateway answers, and is closed then). A connection that is left behind, by `del` or by the end of the
-program, says good-bye and does not wait for an answer; close() and the end of a `with` do.
+program, says good-bye and does not wait for an answer, nor does a `with` that an exception ends; close() and the
+regular end of a `with` do. A signal handler may close any connection, whatever it interrupts.
+
+The end of a program. Python waits for the program's own threads unless they are daemons, also for one that is inside a
+query.
 
 Threads. Each connection has a thread of its own that makes its calls, since the library binds a connection to the
 thread that opened it, and Python hears signals only while its main thread is not inside the library. So any thread may
@@ -32,6 +36,7 @@ headers rixstats.h and rixstats_ext.h say all that is not said here.
 """
 from __future__ import annotations
 
+import _thread
 import atexit
 import ctypes
 import enum
@@ -97,7 +102,13 @@ class Code(enum.IntEnum):
     @property
     def text(self) -> str:
         """What the code means, in half a sentence."""
-        return str(_library().rixCodeText(self).decode())
+        return _code_text(self)
+
+
+def _code_text(code: int) -> str:
+    if code == Code.STAPI_TIME_LIMIT_REACHED:  # the library's text has "the thread's time limit"
+        return "the call took longer than the connection's timeout; connection closed"
+    return str(_library().rixCodeText(code).decode())
 
 
 class Step(enum.IntEnum):
@@ -154,7 +165,7 @@ class Error(Exception):
         self.code = code
         self.name = str(_library().rixCodeName(code).decode())
         self.failure = failure
-        text = f"{call} failed with {self.name} ({int(code)}): {_library().rixCodeText(code).decode()}"
+        text = f"{call} failed with {self.name} ({int(code)}): {_code_text(code)}"
         super().__init__(f"{text} ({failure})" if str(failure) else text)
 
     def __reduce__(self) -> tuple[Any, ...]:  # an error may come from another process
@@ -361,19 +372,30 @@ def _leave(handle: Optional[int]) -> None:
         return
     library, limit = _library(), ctypes.c_int()
     library.rixGetTimeLimit(ctypes.byref(limit))
-    library.rixSetTimeLimit(1)
-    library.closeGatewayConnection(ctypes.byref(ctypes.c_void_p(handle)))
-    library.rixSetTimeLimit(limit)
+    try:
+        library.rixSetTimeLimit(1)
+        library.closeGatewayConnection(ctypes.byref(ctypes.c_void_p(handle)))
+    finally:
+        library.rixSetTimeLimit(limit)
 
 
 _Outcome = queue.SimpleQueue[Any]  # takes one pair, what the work gave and the failure that ended it
-_Jobs = queue.SimpleQueue[Any]  # of time limit, work and _Outcome; None ends the thread
+
+
+class _Jobs(queue.SimpleQueue[Any]):
+    """What the thread of a connection has to do: time limit, work and _Outcome of each; None ends the thread."""
+
+    over = False  # what is put in from now on may have nobody to do it
 
 
 def _serve(jobs: _Jobs) -> None:
     """The thread of a connection. It knows the connection only while there is something to do, so that one which nobody
     needs any more can go."""
-    while (job := jobs.get()) is not None:
+    while not (jobs.over and jobs.empty()):
+        job = jobs.get()
+        if job is None:
+            jobs.over = True  # before the last look at what stands behind: no job is missed by both sides
+            continue
         limit, work, outcome = job
         result, failure = None, None
         try:
@@ -390,25 +412,29 @@ class Connection:
 
     def __init__(self, host: str = "127.0.0.1", port: int = DEFAULT_PORT, timeout: Optional[float] = None) -> None:
         """Connects (60 seconds at most) and waits for the gateway's greeting, `timeout` seconds at most for both."""
-        self._lock = threading.Lock()  # for the next four, and while a result set is read
+        # For the next three, and while a result set is read. A signal handler may interrupt the thread that holds it and
+        # take it again, but must not wait then for the connection's thread, which may need it, too: see _ending.
+        self._lock = threading.RLock()
         self._handle: Optional[int] = None
         self._asking = False  # the library has the connection in use
-        self._given_up = False
-        self._jobs: _Jobs = queue.SimpleQueue()
+        self._ending = False  # set before a caller takes the lock; nobody begins to wait from then on
+        self._jobs = _Jobs()
         self._process = os.getpid()
         self.timeout = timeout
         address = _encoded(host), _in_int(port)
-        threading.Thread(target=_serve, args=(self._jobs,), name=f"rixstats {host}:{port}", daemon=True).start()
         try:
-            self.protocol_version: str = self._wait_for(self._begin(lambda: self._open(*address)))
-        finally:
-            if self._handle is None:
-                self._jobs.put(None)
+            _thread.start_new_thread(_serve, (self._jobs,))  # Thread.start() can be interrupted halfway
+            self.protocol_version: str = self._wait_for(self._begin("openRemoteGatewayConnection",
+                                                                    lambda: self._open(*address)))
+        except BaseException:
+            self._jobs.put(None)
+            self._give_up()
+            raise
 
     @property
     def closed(self) -> bool:
         """True once close() was called, or a query has failed in a way that ends the connection."""
-        return self._handle is None
+        return self._ending or self._handle is None
 
     @property
     def timeout(self) -> Optional[float]:
@@ -428,11 +454,13 @@ class Connection:
         if outcome is not None:
             self._wait_for(outcome)
 
-    def _begin(self, work: Callable[[], Any]) -> _Outcome:
-        """Has the connection's thread do it, within the timeout as it is now."""
+    def _begin(self, call: str, work: Callable[[], Any]) -> _Outcome:
+        """Has the connection's thread do it, within the timeout as it is now. Needs no lock: it may come late."""
         limit = 0 if self._timeout is None else math.ceil(min(self._timeout * 1000, _LONGEST_LIMIT))
         outcome: _Outcome = queue.SimpleQueue()
         self._jobs.put((limit, work, outcome))
+        if self._jobs.over:  # if it was done none the less, its own outcome comes first
+            outcome.put((None, Error(call, Code.STAPI_NULL_GATEWAY_TOKEN)))
         return outcome
 
     def _wait_for(self, outcome: _Outcome) -> Any:
@@ -449,28 +477,30 @@ class Connection:
             del failure  # or its traceback would hold this frame, and that the connection
 
     def _take(self) -> Optional[int]:
-        """The handle of a connection that ends here. Under the lock."""
-        handle, self._handle = self._handle, None
+        """The handle of a connection that ends here. Under the lock. May be repeated if a signal handler has raised."""
+        handle = self._handle
         if handle is not None:
             _connections.pop(id(self), None)
             self._jobs.put(None)
+            self._handle = None
         return handle
 
     def _give_up(self) -> None:
         """Ends the connection, and with it the call that waits; an opening as soon as it comes to its end."""
+        self._ending = True
         if self._process != os.getpid():  # the lock may have been held at the fork, by a thread that there is no more
-            handle = self._take()
-        else:
-            with self._lock:
-                self._given_up = True
-                handle = self._take()
-        _leave(handle)
+            _leave(self._handle)
+            self._take()
+            return
+        with self._lock:
+            _leave(self._handle)  # before it is forgotten: a handler that raises in between loses no handle
+            self._take()
 
     def _open(self, host: bytes, port: int) -> str:
         handle, version = ctypes.c_void_p(), ctypes.c_char_p()
         _call("openRemoteGatewayConnection", host, port, ctypes.byref(handle), ctypes.byref(version))
         with self._lock:
-            if not self._given_up:
+            if not self._ending:
                 self._handle = handle.value
                 _connections[id(self)] = weakref.ref(self)
                 return (version.value or b"").decode("utf-8", "surrogateescape")
@@ -478,15 +508,18 @@ class Connection:
         return ""
 
     def _begin_close(self) -> Optional[_Outcome]:
-        if self._process != os.getpid():
-            self._give_up()
-            return None
-        with self._lock:
-            if self._handle is not None and not self._asking:
-                handle = self._handle
-                outcome = self._begin(lambda: self._say_goodbye(handle))
-                self._take()
-                return outcome
+        # Where its end has begun, this may be a signal handler that has interrupted the very close(): it does not wait.
+        if self._process == os.getpid() and not self.closed:
+            try:
+                self._ending = True
+                with self._lock:
+                    handle = self._handle
+                    if handle is not None and not self._asking:
+                        outcome = self._begin("closeGatewayConnection", functools.partial(self._say_goodbye, handle))
+                        return outcome if self._take() is not None else None  # None: a handler has closed it meanwhile
+            except BaseException:  # of a signal handler
+                self._give_up()
+                raise
         self._give_up()
         return None
 
@@ -533,11 +566,9 @@ class Connection:
         if self._process != os.getpid():
             raise Error(call, Code.STAPI_WRONG_PROCESS)
         texts = [] if elements is None else [_encoded(":".join(elements))]
-        with self._lock:
-            if self._handle is None:
-                raise Error(call, Code.STAPI_NULL_GATEWAY_TOKEN)
-            outcome = self._begin(lambda: self._ask(call, texts, read))
-        answer: Answer[Item] = self._wait_for(outcome)
+        if self.closed:
+            raise Error(call, Code.STAPI_NULL_GATEWAY_TOKEN)
+        answer: Answer[Item] = self._wait_for(self._begin(call, lambda: self._ask(call, texts, read)))
         return answer
 
     def _ask(self, call: str, texts: list[bytes], read: Callable[[ctypes.c_void_p], Answer[Item]]) -> Answer[Item]:
@@ -561,8 +592,11 @@ class Connection:
     def __enter__(self) -> Connection:
         return self
 
-    def __exit__(self, *_: object) -> None:
-        self.close()
+    def __exit__(self, kind: object, *_: object) -> None:
+        if kind is None:
+            self.close()
+        else:  # Ctrl-C, perhaps, as the gateway is silent
+            self._give_up()
 
     def __del__(self) -> None:
         if getattr(self, "_handle", None) is not None:
