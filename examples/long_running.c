@@ -4,8 +4,9 @@
  *     long_running STATISTIC SECONDS ROUNDS HOST:PORT ...
  *
  * One thread asks them all. The time limit bounds what a gateway that is silent can take of a round; one that could not
- * be opened is left alone for 1, 2, 4 ... rounds. */
+ * be opened is left alone for 1, 2, 4 ... rounds. Times that such a gateway has made it miss are left out. */
 #define _POSIX_C_SOURCE 200809L
+#include <limits.h>
 #include <rixstats_ext.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -14,8 +15,9 @@
 
 enum
 {
-    TIME_LIMIT = 1000, /* milliseconds, for each call */
-    LONGEST_PAUSE = 32 /* rounds */
+    TIME_LIMIT = 1000,       /* milliseconds, for each call */
+    LONGEST_PAUSE = 32,      /* rounds */
+    LONGEST_INTERVAL = 86400 /* seconds */
 };
 
 typedef struct
@@ -38,47 +40,60 @@ static double now(void)
     return (double)time.tv_sec + (double)time.tv_nsec / 1e9;
 }
 
-static void sleepUntil(double then)
+/* Sleeps until `then` and some whole multiple of `seconds`, the first that is still to come, and returns that time. */
+static double sleepUntilNext(double then, double seconds)
 {
-    const double seconds = then - now();
+    const double next = then + seconds * (double)((long)((now() - then) / seconds) + 1);
+    const double left = next - now();
     struct timespec time;
-    if (seconds <= 0) return;
-    time.tv_sec = (time_t)seconds;
-    time.tv_nsec = (long)((seconds - (double)time.tv_sec) * 1e9);
+    if (left <= 0) return next;
+    time.tv_sec = (time_t)left;
+    time.tv_nsec = (long)((left - (double)time.tv_sec) * 1e9);
     nanosleep(&time, NULL);
+    return next;
+}
+
+/* Each of these three returns 0 if the text is not what it expects. */
+static int toNumber(const char *text, double *number)
+{
+    char *end = NULL;
+    *number = strtod(text, &end);
+    return end != text && *end == '\0';
+}
+
+static int toCount(const char *text, int most, int *count)
+{
+    char *end = NULL;
+    const long number = strtol(text, &end, 10);
+    *count = (int)number;
+    return end != text && *end == '\0' && number >= 1 && number <= most;
 }
 
 static int toGateway(const char *text, Gateway *gateway)
 {
     const char *colon = strrchr(text, ':');
-    if (colon == NULL || (size_t)(colon - text) >= sizeof gateway->host) return 0;
+    if (colon == NULL || colon == text || (size_t)(colon - text) >= sizeof gateway->host) return 0;
     memset(gateway, 0, sizeof *gateway);
     memcpy(gateway->host, text, (size_t)(colon - text));
     gateway->name = text;
-    gateway->port = atoi(colon + 1);
     gateway->pause = 1;
-    return 1;
+    return toCount(colon + 1, 65535, &gateway->port);
 }
 
-/* The statistic's value, in the gateway's answer of just now. */
-static int ask(Gateway *gateway, const char *statistic, double *value)
+/* The statistic in the gateway's answer of just now; its texts live until the next question. */
+static int ask(Gateway *gateway, const char *statistic, RIX_StatData_t *stat)
 {
     char *version = NULL;
     RIX_ResultSetToken_t answer = NULL;
-    RIX_StatData_t stat;
-    char digits[64] = "";
     int code = STAPI_OK;
     if (gateway->token == NULL)
         code = openRemoteGatewayConnection(gateway->host, gateway->port, &gateway->token, &version);
     if (code == STAPI_OK) code = getStatsByStatId(gateway->token, statistic, &answer);
-    if (code == STAPI_OK) code = getFirstStat(answer, &stat);
-    if (code != STAPI_OK) return code;
-    if (stat.queryElementRC >= 0) snprintf(digits, sizeof digits, "%.*s", stat.statValueLen, stat.statValuePtr);
-    *value = strtod(digits, NULL); /* 0 for a statistic that it does not have (yet) */
-    return STAPI_OK;
+    memset(stat, 0, sizeof *stat); /* an element that failed leaves the fields of its item as they are */
+    return code == STAPI_OK ? getFirstStat(answer, stat) : code;
 }
 
-static void report(Gateway *gateway, const char *statistic, double value)
+static void reportValue(Gateway *gateway, const char *statistic, double value)
 {
     const double time = now();
     if (!gateway->known || value < gateway->value) /* a counter falls when its gateway has been started again */
@@ -88,17 +103,37 @@ static void report(Gateway *gateway, const char *statistic, double value)
     gateway->known = 1;
     gateway->value = value;
     gateway->time = time;
-    gateway->pause = 1;
 }
 
-/* Whatever has failed: the next round but some begins with a new connection. The handle of a connection that the failure
- * has ended names no other one, so to close it does no harm. */
+static void report(Gateway *gateway, const char *statistic, const RIX_StatData_t *stat)
+{
+    char digits[64] = ""; /* a value is a text without a zero byte at its end */
+    double value = 0;
+    gateway->pause = 1;
+    snprintf(digits, sizeof digits, "%.*s", stat->statValueLen, stat->statIdLen > 0 ? stat->statValuePtr : "");
+    if (stat->statIdLen == 0)
+        printf("%s: the gateway has no %s (code %d)\n", gateway->name, statistic, stat->queryElementRC);
+    else if (!toNumber(digits, &value))
+        printf("%s: %s = %s is no number\n", gateway->name, statistic, digits);
+    else
+        reportValue(gateway, statistic, value);
+}
+
+static const char *stepName(int step)
+{
+    static const char *const names[] = {"none",      "resolve", "socket", "connect", "handshake",
+                                        "authorise", "version", "query",  "parse",   "close"};
+    return step >= 0 && step <= RIX_STEP_CLOSE ? names[step] : "unknown"; /* later versions may add some */
+}
+
+/* After a failure the gateway is left alone for `pause` rounds; then it gets a new connection. The handle of a
+ * connection that the failure has ended names no other one, so to close it does no harm. */
 static void giveUp(Gateway *gateway, int code)
 {
     RIX_Failure_t failure;
     failure.size = sizeof failure;
     rixGetLastFailure(&failure);
-    printf("%s: %s (%s, step %d)\n", gateway->name, rixCodeText(code), rixCodeName(code), failure.step);
+    printf("%s: %s (%s, step %s)\n", gateway->name, rixCodeText(code), rixCodeName(code), stepName(failure.step));
     if (gateway->token != NULL) closeGatewayConnection(&gateway->token);
     gateway->token = NULL;
     gateway->known = 0;
@@ -108,15 +143,15 @@ static void giveUp(Gateway *gateway, int code)
 
 static void look(Gateway *gateway, const char *statistic)
 {
-    double value = 0;
+    RIX_StatData_t stat;
     int code = STAPI_OK;
     if (gateway->left > 0) {
         --gateway->left;
         return;
     }
-    code = ask(gateway, statistic, &value);
+    code = ask(gateway, statistic, &stat);
     if (code == STAPI_OK)
-        report(gateway, statistic, value);
+        report(gateway, statistic, &stat);
     else
         giveUp(gateway, code);
 }
@@ -124,11 +159,12 @@ static void look(Gateway *gateway, const char *statistic)
 int main(int argc, char **argv)
 {
     const int count = argc - 4;
-    const double seconds = argc > 4 ? strtod(argv[2], NULL) : 0;
-    const int rounds = argc > 4 ? atoi(argv[3]) : 0;
+    double seconds = 0;
+    int rounds = 0;
     double then = now();
     Gateway *gateways = count > 0 ? calloc((size_t)count, sizeof *gateways) : NULL;
-    int good = gateways != NULL;
+    int good = gateways != NULL && argv[1][0] != '\0' && toNumber(argv[2], &seconds) && seconds >= 0.001 &&
+               seconds <= LONGEST_INTERVAL && toCount(argv[3], INT_MAX, &rounds);
     for (int i = 0; good && i < count; ++i)
         good = toGateway(argv[4 + i], &gateways[i]);
     if (!good) {
@@ -137,7 +173,8 @@ int main(int argc, char **argv)
         return 2;
     }
     rixSetTimeLimit(TIME_LIMIT);
-    for (int round = 0; round < rounds; ++round, sleepUntil(then += seconds)) {
+    for (int round = 0; round < rounds; ++round) {
+        if (round > 0) then = sleepUntilNext(then, seconds);
         for (int i = 0; i < count; ++i)
             look(&gateways[i], argv[1]);
         fflush(stdout);

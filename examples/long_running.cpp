@@ -3,18 +3,23 @@
 //
 //     long_running STATISTIC SECONDS ROUNDS HOST:PORT ...
 //
-// Each gateway has a thread of its own, so that one that is silent holds up no other.
+// Each gateway has a thread of its own, so that one that is silent holds up no other. One that could not be opened is
+// left alone for 1, 2, 4 ... rounds; times that it has made its thread miss are left out.
 #include <rixstats.hpp>
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cstdlib>
-#include <functional>
+#include <iomanip>
 #include <iostream>
 #include <mutex>
 #include <optional>
+#include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -22,11 +27,41 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
+struct Gateway
+{
+    std::string name; // HOST:PORT
+    std::string host;
+    int port;
+};
+
 struct Sample
 {
     double value;
     Clock::time_point time;
 };
+
+// False unless the whole text is a number.
+template <typename Number>
+bool to_number(std::string_view text, Number &number)
+{
+    const char *const end = text.data() + text.size();
+    const std::from_chars_result result = std::from_chars(text.data(), end, number);
+    return result.ec == std::errc() && result.ptr == end;
+}
+
+std::string fixed(double number, int decimals)
+{
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(decimals) << number;
+    return text.str();
+}
+
+std::string step_name(int step)
+{
+    static const char *const names[] = {"none",      "resolve", "socket", "connect", "handshake",
+                                        "authorise", "version", "query",  "parse",   "close"};
+    return step >= 0 && step <= RIX_STEP_CLOSE ? names[step] : "unknown"; // later versions may add some
+}
 
 void say(const std::string &line)
 {
@@ -38,7 +73,7 @@ void say(const std::string &line)
 class Watch
 {
 public:
-    Watch(std::string gateway, std::string wanted) : name(std::move(gateway)), statistic(std::move(wanted))
+    Watch(Gateway watched, std::string wanted) : gateway(std::move(watched)), statistic(std::move(wanted))
     {
         connection.time_limit(std::chrono::seconds(1));
     }
@@ -47,7 +82,8 @@ public:
     {
         const auto step = std::chrono::duration_cast<Clock::duration>(interval);
         Clock::time_point then = Clock::now();
-        for (int round = 0; round < rounds; ++round, std::this_thread::sleep_until(then += step)) {
+        for (int round = 0; round < rounds; ++round) {
+            if (round > 0) std::this_thread::sleep_until(then += step * ((Clock::now() - then) / step + 1));
             if (left > 0)
                 --left;
             else
@@ -58,46 +94,57 @@ public:
 private:
     void look()
     {
-        std::error_code failure = connection.is_open() ? std::error_code() : open();
-        double value = 0;
-        if (!failure) failure = ask(value);
-        if (!failure) return report({value, Clock::now()});
-        say(name + ": " + failure.message() + ", step " + std::to_string(rixstats::last_failure().step));
-        // The next look but some begins with a new connection.
+        std::error_code failure;
+        if (!connection.is_open()) failure = connection.open(gateway.host, gateway.port);
+        if (!failure) failure = ask();
+        if (failure)
+            give_up(failure);
+        else
+            pause = 1;
+    }
+
+    // After a failure the gateway is left alone for `pause` rounds; then it gets a new connection.
+    void give_up(std::error_code failure)
+    {
+        say(gateway.name + ": " + failure.message() + ", step " + step_name(rixstats::last_failure().step));
         connection.close();
         before.reset();
         left = pause;
         pause = std::min(2 * pause, 32);
     }
 
-    std::error_code open()
-    {
-        const std::size_t colon = name.rfind(':');
-        const int port = colon == std::string::npos ? 2980 : std::atoi(name.c_str() + colon + 1);
-        return connection.open(name.substr(0, colon), port);
-    }
-
-    std::error_code ask(double &value)
+    std::error_code ask()
     {
         auto answer = connection.statistics_by_id(statistic);
         for (const rixstats::statistic &stat : answer)
-            if (stat.present()) value = std::atof(std::string(stat.value).c_str());
+            report(stat);
         return answer.status();
+    }
+
+    void report(const rixstats::statistic &stat)
+    {
+        Sample now = {0, Clock::now()};
+        if (!stat.present())
+            say(gateway.name + ": the gateway has no " + statistic + " (code " + std::to_string(stat.element_code) +
+                ")");
+        else if (!to_number(stat.value, now.value))
+            say(gateway.name + ": " + statistic + " = " + std::string(stat.value) + " is no number");
+        else
+            report(now);
     }
 
     void report(const Sample &now)
     {
         // A counter falls when its gateway has been started again.
         if (!before || now.value < before->value)
-            say(name + ": " + statistic + " = " + std::to_string(now.value));
+            say(gateway.name + ": " + statistic + " = " + fixed(now.value, 0));
         else
-            say(name + ": " + statistic + " " +
-                std::to_string((now.value - before->value) / Seconds(now.time - before->time).count()) + "/s");
+            say(gateway.name + ": " + statistic + " " +
+                fixed((now.value - before->value) / Seconds(now.time - before->time).count(), 2) + "/s");
         before = now;
-        pause = 1;
     }
 
-    const std::string name; // HOST:PORT
+    const Gateway gateway;
     const std::string statistic;
     rixstats::connection connection;
     std::optional<Sample> before;
@@ -105,22 +152,50 @@ private:
     int left = 0;  // rounds of them that are still to come
 };
 
-void watch(const std::string &gateway, const char *statistic, Seconds interval, int rounds)
+struct Task
 {
-    Watch(gateway, statistic).run(interval, rounds);
+    std::string statistic;
+    Seconds interval;
+    int rounds;
+    std::vector<Gateway> gateways;
+};
+
+bool to_task(const std::vector<std::string> &arguments, Task &task)
+{
+    double seconds = 0;
+    if (arguments.size() < 4 || arguments[0].empty()) return false;
+    if (!to_number(arguments[1], seconds) || !(seconds >= 0.001 && seconds <= 86400)) return false;
+    if (!to_number(arguments[2], task.rounds) || task.rounds < 1) return false;
+    task.statistic = arguments[0];
+    task.interval = Seconds(seconds);
+    for (std::size_t i = 3; i < arguments.size(); ++i) {
+        const std::string &name = arguments[i];
+        const std::size_t colon = name.rfind(':');
+        int port = 0;
+        if (colon == std::string::npos || colon == 0 || !to_number(name.substr(colon + 1), port)) return false;
+        if (port < 1 || port > 65535) return false;
+        task.gateways.push_back({name, name.substr(0, colon), port});
+    }
+    return true;
+}
+
+void watch(const Gateway &gateway, const Task &task)
+{
+    Watch(gateway, task.statistic).run(task.interval, task.rounds);
 } // closes the connection, and does not wait for a gateway that is silent
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    if (argc < 5) {
+    Task task;
+    if (!to_task(std::vector<std::string>(argv + 1, argv + argc), task)) {
         std::cerr << "usage: long_running STATISTIC SECONDS ROUNDS HOST:PORT ...\n";
         return 2;
     }
     std::vector<std::thread> threads;
-    for (int i = 4; i < argc; ++i)
-        threads.emplace_back(watch, argv[i], argv[1], Seconds(std::atof(argv[2])), std::atoi(argv[3]));
+    for (const Gateway &gateway : task.gateways)
+        threads.emplace_back([&] { watch(gateway, task); });
     for (std::thread &thread : threads)
         thread.join();
     return EXIT_SUCCESS;

@@ -328,7 +328,9 @@ class Programs(unittest.TestCase):
         for program in programs:
             with Simulator(scenario="connection 1 query 2 delay 900s\n") as silent, Simulator() as gateway:
                 ports = [silent.port, gateway.port, "1"]
+                begin = time.monotonic()
                 watched = run(*program, "Requests_Received", "0.2", "5", *(f"127.0.0.1:{port}" for port in ports))
+                self.assertGreater(time.monotonic() - begin, 1.5, "rounds missed for a silent second are left out")
                 after = [re.findall(rf":{port}: (.*)", watched.stdout) for port in ports]
             self.assertEqual((0, ""), (watched.returncode, watched.stderr))
             for lines, kinds in zip(after, ("=L=/", "=////", "RR")):
@@ -337,6 +339,17 @@ class Programs(unittest.TestCase):
                 self.assertEqual(len(kinds), len(lines), watched.stdout)
                 for kind, line in zip(kinds, lines):
                     self.assertRegex(line, patterns[kind], watched.stdout)
+            with Simulator(catalogue="group G\ntext Word x\n") as gateway:
+                for statistic, told in (("nosuch", r"the gateway has no nosuch \(code -1\)"),
+                                        ("G_Word", "G_Word = x is no number")):
+                    unfit = run(*program, statistic, "0.01", "2", f"127.0.0.1:{gateway.port}")
+                    self.assertEqual((0, ""), (unfit.returncode, unfit.stderr))
+                    self.assertRegex(unfit.stdout, rf"^(127\.0\.0\.1:{gateway.port}: {told}\n){{2}}$")
+            for arguments in (("Id", "x", "2", "h:1"), ("Id", "nan", "2", "h:1"), ("Id", "1", "0", "h:1"),
+                              ("", "1", "2", "h:1"), ("Id", "1", "2", "h"), ("Id", "1", "2", "h:0"), ("Id", "1", "2")):
+                refused = run(*program, *arguments)
+                self.assertEqual((2, ""), (refused.returncode, refused.stdout), arguments)
+                self.assertRegex(refused.stderr, r"\Ausage: .*\n\Z")
 
     def test_failing_gateway_meets_the_example_scenario(self):
         with Simulator(scenario=(SOURCE / "tools/simulator/example.scenario").read_text()) as gateway:

@@ -135,6 +135,11 @@ class Running:
             return complaints.read().decode(), status
 
 
+def status_on(how):
+    """With which status a signal ends the viewer: of SIGINT it dies, as a shell's loop wants it."""
+    return -how if how == signal.SIGINT else 130
+
+
 def rixstat(*arguments, **options):
     return subprocess.run([RIXSTAT, *arguments], capture_output=True, text=True, timeout=LIMIT, **options)
 

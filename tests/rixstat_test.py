@@ -25,7 +25,7 @@ from concurrent.futures import ThreadPoolExecutor
 
 sys.dont_write_bytecode = True # leaves nothing behind in the source directory
 from rixstat_support import (LIMIT, RIXSTAT, Running, SilentAfter, Simulator, port_holder, prometheus_values,
-                             read_prometheus, read_table, rixstat, samples_of, unescaped)
+                             read_prometheus, read_table, rixstat, samples_of, status_on, unescaped)
 
 SOURCE = pathlib.Path(sys.argv[3])
 RUNNING_FORMS = ("json", "ndjson", "csv", "tsv", "prom")
@@ -188,7 +188,7 @@ class Watch(Files):
                     viewer.read_until(end + b"(?s:.)", count)  # and the next one has begun
                     text, complaints, status = viewer.end(how)
                     samples = samples_of(form, text)
-                    self.assertEqual((130, ""), (status, complaints), form)
+                    self.assertEqual((status_on(how), ""), (status, complaints), form)
                     self.assertGreater(len(samples), count)
                     self.assertEqual(1, len({len(sample) for sample in samples}), (form, "every sample has every statistic"))
 
@@ -288,7 +288,7 @@ class Terminal(unittest.TestCase):
         with Simulator("--clock-step", "50") as gateway:
             text, status = self.session(gateway)
         frames = self.check_frames(text, 80)
-        self.assertEqual(130, status)
+        self.assertEqual(status_on(signal.SIGINT), status)
         self.assertIn("\x1b[1m", frames[-1])
         self.assertIn("▇" if "▇" in text else "█", text)
         headers = {frame.split("\r\n")[1] for frame in frames}
@@ -347,13 +347,16 @@ class Failures(Files):
 
     def test_signals_end_the_wait_for_a_silent_gateway(self):
         with Simulator() as gateway:
+            trace = self.directory / "trace"
+            doctor = ("--trace", "4", "--trace-file", str(trace), "doctor")
             for how, replies, arguments, shown in ((signal.SIGINT, 3, ("get",), 0), (signal.SIGTERM, 6, ("get", "Queue"), 0),
-                                                   (signal.SIGINT, 15, ("ping", "-i", "0.01"), 3)):
+                                                   (signal.SIGINT, 15, ("ping", "-i", "0.01"), 3), (signal.SIGINT, 3, doctor, 0)):
                 with SilentAfter(gateway.port, replies) as silent:
                     viewer = Running("--port", silent.port, *arguments)
                     self.assertTrue(silent.swallowed.wait(LIMIT))
                     text, complaints, status = viewer.end(how)
-                self.assertEqual((130, "", shown), (status, complaints, text.count("\n")), arguments)
+                self.assertEqual((status_on(how), "", shown), (status, complaints, text.count("\n")), arguments)
+            self.assertIn("[3003] ", trace.read_text(), "the trace tells how far the opening came")
 
     def test_a_host_that_does_not_take_the_connection(self):
         with socket.socket() as full:
@@ -366,7 +369,7 @@ class Failures(Files):
             result = rixstat("--port", str(full.getsockname()[1]), "--timeout", SILENCE, "-o", "json", "doctor")
             for client in waiting:
                 client.close()
-        self.check(result, 4)
+        self.check(result, 4, r"no answer within \S+ seconds to the connect; is the host up, .* firewall")
         self.assertEqual(["ok", "failed", "not tried"], [row["result"] for row in json.loads(result.stdout)["items"]][:3])
 
     def test_refusals(self):

@@ -4,6 +4,7 @@
 
 #include <rixstats_ext.h>
 
+#include <cerrno>
 #include <cstring>
 #include <netdb.h>
 
@@ -21,6 +22,7 @@ constexpr char tryAgain[] = "try again";
 constexpr char checkHost[] = "is the host up, and does a firewall block port {port}?";
 constexpr char checkGateway[] =
     "is port {port} its statistics port? The gateway's log tells more, and so does --trace 4";
+constexpr char startReader[] = "start the program that reads it first";
 constexpr char askGateway[] = "the gateway's log tells why, and so may its administrator";
 
 constexpr Advice advices[] = {
@@ -50,16 +52,45 @@ const Advice &adviceFor(int code)
     return fault;
 }
 
+// A host that does not answer within --timeout and one that the system has given up are the same to the user. A FIFO
+// without a reader lies in a good directory.
+std::string remedyForCode(const Failure &failure)
+{
+    if (failure.code == STAPI_TIME_LIMIT_REACHED && failure.libraryStep == RIX_STEP_CONNECT) return checkHost;
+    if (failure.code == STAPI_TRACE_FILE_OPEN_FAILED && failure.systemError == ENXIO) return startReader;
+    return adviceFor(failure.code).remedy;
+}
+
+RIX_Failure_t lastFailure()
+{
+    RIX_Failure_t record = {};
+    record.size = sizeof record;
+    rixGetLastFailure(&record);
+    return record;
+}
+
+// What the gateway, or its host, has been sent at this step.
+const char *sentAt(int step)
+{
+    switch (step) {
+    case RIX_STEP_CONNECT:
+        return "the connect";
+    case RIX_STEP_HANDSHAKE:
+        return "the greeting";
+    case RIX_STEP_AUTHORISE:
+        return "the authorisation";
+    default:
+        return "the request";
+    }
+}
+
 // What the gateway has refused, empty if it has refused nothing.
 std::string refusal(const RIX_Failure_t &record)
 {
     const int code = record.authRc != 0 ? record.authRc : record.adminRc != 0 ? record.adminRc : record.gatewayRc;
     if (record.exceptionFlag != 0) return "the gateway refused the request: it could not execute it";
     if (code == 0) return {};
-    const char *what = record.step == RIX_STEP_HANDSHAKE   ? "the greeting"
-                       : record.step == RIX_STEP_AUTHORISE ? "the authorisation"
-                                                           : "the request";
-    return "the gateway refused " + std::string(what) + " with its code " + std::to_string(code);
+    return "the gateway refused " + std::string(sentAt(record.step)) + " with its code " + std::to_string(code);
 }
 
 std::string breakage(const RIX_Failure_t &record)
@@ -74,11 +105,12 @@ std::string breakage(const RIX_Failure_t &record)
 
 Failure explain(const std::string &step, int code, const Settings &settings)
 {
-    RIX_Failure_t record = {};
-    record.size = sizeof record;
-    rixGetLastFailure(&record);
+    const RIX_Failure_t record = lastFailure();
     Failure failure = {step, code, adviceFor(code).cause, rixCodeText(code)};
-    if (code == STAPI_TIME_LIMIT_REACHED) failure = timeOut(step, settings);
+    if (code == STAPI_TIME_LIMIT_REACHED) {
+        failure = timeOut(step, settings);
+        if (record.step != RIX_STEP_RESOLVE) failure.happened += std::string(" to ") + sentAt(record.step);
+    }
     failure.libraryStep = record.step;
     const std::string refused = refusal(record);
     if (!refused.empty()) {
@@ -121,7 +153,11 @@ ExitStatus exitStatusOf(Cause cause)
 
 void require(int code, const std::string &step)
 {
-    if (code != STAPI_OK) throw Failure{step, code, adviceFor(code).cause, rixCodeText(code)};
+    if (code == STAPI_OK) return;
+    Failure failure = {step, code, adviceFor(code).cause, rixCodeText(code)};
+    failure.systemError = lastFailure().socketErrno;
+    if (failure.systemError > 0) failure.happened = std::strerror(failure.systemError);
+    throw failure;
 }
 
 std::string gatewayName(const Settings &settings)
@@ -137,10 +173,9 @@ std::string codeName(int code)
 std::string remedyOf(const Failure &failure, const Settings &settings)
 {
     static const std::string mark = "{port}";
-    const Advice &advice = adviceFor(failure.code);
-    std::string text = failure.cause == Cause::refused ? askGateway
-                       : failure.cause == advice.cause ? advice.remedy
-                                                       : checkGateway;
+    std::string text = failure.cause == Cause::refused                  ? askGateway
+                       : failure.cause == adviceFor(failure.code).cause ? remedyForCode(failure)
+                                                                        : checkGateway;
     const size_t position = text.find(mark);
     return position == std::string::npos ? text : text.replace(position, mark.size(), std::to_string(settings.port));
 }

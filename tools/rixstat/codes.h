@@ -28,6 +28,7 @@ struct Failure
     Cause cause;
     std::string happened; // in a clause
     int libraryStep = 0;  // RIX_STEP_...: how far the call came
+    int systemError = 0;  // errno of the system call that failed, as far as it is known
 };
 
 // The failure of the call of the library that this thread has made last, which talked to the gateway.

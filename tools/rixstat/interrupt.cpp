@@ -15,16 +15,35 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 volatile std::sig_atomic_t waiting = 0;
-volatile std::sig_atomic_t interrupted = 0;
-std::string lastWords; // changes while nobody waits, so that the handler may read it
+volatile std::sig_atomic_t interrupted = 0; // the number of the first signal
+// These change while nobody waits, so that the handler may read them.
+bool showsCtrlC = false; // standard output is a terminal, which echoes ^C; the shell ends the line if nothing else does
+std::string lastWords;
+int lastFile = -1;
+int lastTarget = -1;
 
-extern "C" void onSignal(int)
+[[noreturn]] void leave()
 {
-    if (interrupted != 0) _exit(exitInterrupted);
-    interrupted = 1;
-    if (waiting == 0) return;
-    writeLastWords();
+    if (interrupted == SIGINT) {
+        std::signal(SIGINT, SIG_DFL);
+        raise(SIGINT);
+    }
     _exit(exitInterrupted);
+}
+
+extern "C" void onSignal(int number)
+{
+    if (interrupted != 0) leave();
+    interrupted = number;
+    if (waiting != 0) endInterrupted();
+}
+
+void writeLastFile()
+{
+    char block[4096];
+    off_t done = 0;
+    for (ssize_t size = 0; (size = pread(lastFile, block, sizeof block, done)) > 0; done += size)
+        writeAll(lastTarget, {block, static_cast<size_t>(size)});
 }
 
 sigset_t heardSignals()
@@ -67,6 +86,7 @@ timespec until(Clock::time_point then)
 void hearSignals()
 {
     const sigset_t signals = heardSignals();
+    showsCtrlC = isatty(STDOUT_FILENO) == 1;
     struct sigaction action = {};
     action.sa_handler = onSignal;
     action.sa_flags = SA_RESTART | SA_NODEFER; // the second one is heard while the first one writes its last words
@@ -106,9 +126,18 @@ void setLastWords(const std::string &text)
     lastWords = text;
 }
 
-void writeLastWords()
+void setLastFile(int file, int target)
 {
+    lastFile = file;
+    lastTarget = target;
+}
+
+void endInterrupted()
+{
+    if (lastFile >= 0) writeLastFile();
+    if (showsCtrlC && interrupted == SIGINT && !lastWords.empty()) writeAll(STDOUT_FILENO, "\n");
     writeAll(STDOUT_FILENO, lastWords);
+    leave();
 }
 
 } // namespace rixstat

@@ -17,7 +17,7 @@ struct Interrupted
 // From here on the signals are heard.
 void hearSignals();
 
-// In its life the process waits for the gateway, and a signal ends it with exitInterrupted.
+// In its life the process waits for the gateway, and a signal ends it as endInterrupted() does.
 class WaitingForGateway
 {
 public:
@@ -36,9 +36,15 @@ enum class Pause
 // Waits until then, or until nobody reads standard output any more. Throws Interrupted.
 Pause pauseUntil(std::chrono::steady_clock::time_point then);
 
-// What standard output is to show once more if a signal ends the viewer; written where it ends, by whoever ends it.
+// What standard output is to show once more if a signal ends the viewer.
 void setLastWords(const std::string &text);
-void writeLastWords();
+
+// The file whose content is to be written to the target if a signal ends the viewer while it waits; -1: none.
+void setLastFile(int file, int target);
+
+// Writes those, and ends the process: of SIGINT by that signal, so that a shell's loop ends with it, of the others with
+// exitInterrupted.
+[[noreturn]] void endInterrupted();
 
 } // namespace rixstat
 

@@ -56,8 +56,7 @@ int main(int argc, char **argv)
         complain(printable(error.what()));
         return exitUsage;
     } catch (const Interrupted &) {
-        writeLastWords();
-        return exitInterrupted;
+        endInterrupted();
     } catch (const Failure &failure) {
         complain(describe(failure, line.settings));
         return exitStatusOf(failure.cause);

@@ -9,7 +9,7 @@
 
 namespace rixstat {
 
-int writeAll(int descriptor, const std::string &text)
+int writeAll(int descriptor, std::string_view text)
 {
     for (size_t written = 0; written < text.size();) {
         const ssize_t count = write(descriptor, text.data() + written, text.size() - written);

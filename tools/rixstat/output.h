@@ -3,6 +3,7 @@
 #define RIXSTAT_OUTPUT_H
 
 #include <string>
+#include <string_view>
 
 namespace rixstat {
 
@@ -15,8 +16,9 @@ void prepareOutput();
 // std::system_error if any of it could not be written for another reason.
 bool print(const std::string &text);
 
-// Writes the whole text to a descriptor. The errno of the write that failed; 0: all is written.
-int writeAll(int descriptor, const std::string &text);
+// Writes the whole text to a descriptor. The errno of the write that failed; 0: all is written. A signal handler
+// may call it.
+int writeAll(int descriptor, std::string_view text);
 
 // Writes "rixstat: ", the text and a line end to standard error, at once.
 void complain(const std::string &text);

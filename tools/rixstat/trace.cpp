@@ -1,6 +1,7 @@
 #include "trace.h"
 
 #include "codes.h"
+#include "interrupt.h"
 #include "output.h"
 
 #include <rixstats.h>
@@ -85,8 +86,10 @@ KeptTrace::KeptTrace(const Settings &given) : settings(given)
         target = open(fileName(settings), O_WRONLY | O_APPEND | O_NONBLOCK | O_CLOEXEC);
     kept = memfd_create("rixstat trace", MFD_CLOEXEC);
     const std::string name = "/proc/self/fd/" + std::to_string(kept);
-    if (kept >= 0 && setAPITraceFile(name.c_str()) == STAPI_OK)
+    // Emptied once more, as the user's trace has the header already.
+    if (kept >= 0 && setAPITraceFile(name.c_str()) == STAPI_OK && ftruncate(kept, 0) == 0)
         setAPITraceLevel(std::max(settings.traceLevel, levelOfSteps));
+    if (target >= 0) setLastFile(kept, target);
 }
 
 KeptTrace::~KeptTrace()
@@ -98,6 +101,7 @@ KeptTrace::~KeptTrace()
 std::vector<TraceLine> KeptTrace::take()
 {
     if (kept < 0) return {};
+    setLastFile(-1, -1);
     setAPITraceLevel(settings.traceLevel);
     setAPITraceFile(fileName(settings));
     const std::string text = contentOf(kept);
