@@ -404,6 +404,7 @@ class Failures(Files):
         self.check(rixstat("--trace-file", str(self.directory / "no" / "t"), "groups"), 1, "-130")
         pipe = self.directory / "pipe"
         os.mkfifo(pipe)
+        self.check(rixstat("--trace-file", str(pipe), "groups"), 1, "-130.*start the program that reads it")
         with Simulator() as gateway, open(self.directory / "piped", "w+") as piped:
             reader = subprocess.Popen(["cat", pipe], stdout=piped)
             result = rixstat("--port", gateway.port, "--trace", "4", "--trace-file", str(pipe), "get")
