@@ -3,6 +3,8 @@
 
 #include <fcntl.h>
 
+#include <set>
+
 using namespace apitest;
 using testing::HasSubstr;
 using testing::Not;
@@ -25,19 +27,25 @@ protected:
 
 TEST_F(HandleTest, AnEndedConnectionIsRefusedHoweverManyFollow)
 {
-    open();
-    const RIX_GatewayToken_t ended = gateway;
-    ASSERT_EQ(STAPI_OK, closeGatewayConnection(&gateway));
-    for (int i = 0; i < 1100; i++) {
-        ASSERT_EQ(STAPI_OK, connect());
-        ASSERT_NE(ended, gateway) << "after " << i;
-        RIX_GatewayToken_t late = ended; // a watchdog's
-        ASSERT_EQ(STAPI_GATEWAY_TOKEN_NOT_FOUND, closeGatewayConnection(&late));
-        ASSERT_EQ(STAPI_OK, closeGatewayConnection(&gateway));
+    start();
+    std::set<RIX_GatewayToken_t> ended;
+    for (int round = 0; round < 60; round++) {
+        std::vector<RIX_GatewayToken_t> open(20);
+        for (RIX_GatewayToken_t &token : open) {
+            ASSERT_EQ(STAPI_OK, connect());
+            token = gateway;
+            ASSERT_EQ(0u, ended.count(token)) << "after " << ended.size();
+        }
+        ended.insert(open.begin(), open.end());
+        for (RIX_GatewayToken_t &token : open)
+            ASSERT_EQ(STAPI_OK, closeGatewayConnection(&token));
     }
     ASSERT_EQ(STAPI_OK, connect());
-    RIX_ResultSetToken_t none = nullptr;
-    EXPECT_EQ(STAPI_GATEWAY_TOKEN_NOT_FOUND, getStats(ended, &none));
+    for (RIX_GatewayToken_t late : ended) {
+        RIX_ResultSetToken_t none = nullptr;
+        ASSERT_EQ(STAPI_GATEWAY_TOKEN_NOT_FOUND, getStats(late, &none));
+        ASSERT_EQ(STAPI_GATEWAY_TOKEN_NOT_FOUND, closeGatewayConnection(&late));
+    }
     EXPECT_EQ("RIXGWTOK", std::string(gateway->eyecatcher, 8));
     EXPECT_FALSE(readStats(ask(kStats)).empty());
 }
